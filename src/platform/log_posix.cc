@@ -1,0 +1,31 @@
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/system.h"
+
+namespace tovrin {
+
+void writeLogLine(std::string_view line) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  std::tm localTime{};
+  localtime_r(&now.tv_sec, &localTime);
+  const std::string text =
+      formatLogLine(localTime, now.tv_nsec / 1000000, static_cast<long>(getpid()),
+                    static_cast<long>(gettid()), line);
+  // One write, so that lines of concurrent writers never interleave.
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return;
+    }
+    rest.remove_prefix(static_cast<size_t>(written));
+  }
+}
+
+}  // namespace tovrin

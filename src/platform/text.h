@@ -1,0 +1,31 @@
+#ifndef TOVRIN_PLATFORM_TEXT_H_
+#define TOVRIN_PLATFORM_TEXT_H_
+
+#include <string>
+#include <string_view>
+
+namespace tovrin {
+
+/// `bytes` as valid UTF-8: every byte that does not belong to a well-formed
+/// sequence becomes U+FFFD. Text from outside (arguments, other programs)
+/// goes through this before it reaches an answer, so every answer is valid
+/// JSON.
+std::string toValidUtf8(std::string_view bytes);
+
+/// Whether `text` is well-formed UTF-8.
+bool isValidUtf8(std::string_view text);
+
+/// The number of user-perceived characters (extended grapheme clusters) of
+/// `text`: what every " chars" count in a log line means. A letter with a
+/// combining accent, or an emoji of several code points, counts as one.
+size_t countCharacters(std::string_view text);
+
+/// "true" or "false", the way booleans appear in log lines.
+inline const char* boolText(bool value) { return value ? "true" : "false"; }
+
+/// A duration in seconds as log lines write it: three decimals and an "s".
+std::string formatSeconds(double seconds);
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_TEXT_H_

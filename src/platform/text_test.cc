@@ -1,0 +1,44 @@
+#include "platform/text.h"
+
+#include <gtest/gtest.h>
+
+namespace tovrin {
+namespace {
+
+TEST(Utf8Test, EveryStrayByteBecomesOneReplacementCharacter) {
+  const std::string kFffd = "\xEF\xBF\xBD";
+  EXPECT_EQ(toValidUtf8("plain"), "plain");
+  EXPECT_EQ(toValidUtf8("caf\xC3\xA9"), "caf\xC3\xA9");
+  EXPECT_EQ(toValidUtf8("\xff"), kFffd);
+  EXPECT_EQ(toValidUtf8("a\xC3"), "a" + kFffd);         // truncated
+  EXPECT_EQ(toValidUtf8("\xC0\xAF"), kFffd + kFffd);    // overlong '/'
+  EXPECT_EQ(toValidUtf8("\xED\xA0\x80"), kFffd + kFffd + kFffd);  // surrogate
+  EXPECT_EQ(toValidUtf8("\xE2\x82" "A"), kFffd + kFffd + "A");
+  EXPECT_EQ(toValidUtf8(std::string("a\0b", 3)), std::string("a\0b", 3));
+  EXPECT_TRUE(isValidUtf8(toValidUtf8("\xF5\x80\x80\x80 \xF4\x90\x80\x80")));
+}
+
+TEST(CharacterCountTest, CountsUserPerceivedCharacters) {
+  EXPECT_EQ(countCharacters(""), 0u);
+  EXPECT_EQ(countCharacters("Hello"), 5u);
+  EXPECT_EQ(countCharacters("e\xCC\x81"), 1u);  // e + combining acute
+  EXPECT_EQ(countCharacters("\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD"), 1u);  // skin tone
+  // A family: four people joined by zero-width joiners.
+  EXPECT_EQ(countCharacters("\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2"
+                            "\x80\x8D\xF0\x9F\x91\xA7\xE2\x80\x8D\xF0\x9F\x91"
+                            "\xA6"),
+            1u);
+  EXPECT_EQ(countCharacters("\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7"), 1u);  // flag
+  EXPECT_EQ(countCharacters("\r\n"), 1u);
+  EXPECT_EQ(countCharacters("  \n"), 3u);
+  EXPECT_EQ(countCharacters("\xE6\xBC\xA2\xE5\xAD\x97"), 2u);
+}
+
+TEST(FormatTest, SecondsHaveThreeDecimals) {
+  EXPECT_EQ(formatSeconds(0), "0.000s");
+  EXPECT_EQ(formatSeconds(0.2504), "0.250s");
+  EXPECT_EQ(formatSeconds(12.3456), "12.346s");
+}
+
+}  // namespace
+}  // namespace tovrin
