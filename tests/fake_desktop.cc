@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/url_uriparser.h"
+
 namespace tovrin::testing {
 namespace {
 
@@ -258,8 +260,8 @@ std::optional<std::string> FakeDesktop::convertRtfToHtml(std::string_view rtf) {
   return std::nullopt;
 }
 
-std::optional<ParsedURL> FakeDesktop::parseURL(std::string_view) {
-  return std::nullopt;
+std::optional<ParsedURL> FakeDesktop::parseURL(std::string_view text) {
+  return parseURLWithUriparser(text);
 }
 
 double FakeDesktop::now() { return kEpoch + currentClock(); }
