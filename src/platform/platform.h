@@ -29,6 +29,7 @@ namespace tovrin {
 using AXError = int32_t;
 inline constexpr AXError kAXErrorSuccess = 0;
 inline constexpr AXError kAXErrorFailure = -25200;
+inline constexpr AXError kAXErrorIllegalArgument = -25201;
 inline constexpr AXError kAXErrorCannotComplete = -25204;
 inline constexpr AXError kAXErrorAttributeUnsupported = -25205;
 inline constexpr AXError kAXErrorAPIDisabled = -25211;

@@ -2,24 +2,84 @@
 // the accessibility read, XTest for the synthetic key press, and the
 // CLIPBOARD selection for the pasteboard.
 
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 
 #include <memory>
 
+#include "clipboard/rtf_to_html.h"
+#include "platform/desktop_x11.h"
+#include "platform/keyboard_x11.h"
+#include "platform/pasteboard_x11.h"
 #include "platform/platform.h"
+#include "platform/selection_x11.h"
 #include "platform/system.h"
+#include "platform/text.h"
+#include "platform/url_uriparser.h"
 
 namespace tovrin {
 namespace {
 
-struct DisplayCloser {
-  void operator()(Display* display) const { XCloseDisplay(display); }
+/// What the accessibility queries hand out on X11: the system-wide element,
+/// an application window, or a text.
+class X11AXObject : public AXObject {
+ public:
+  enum class Kind { kSystemWide, kWindow, kText };
+
+  X11AXObject(Kind kind, Window window, std::string text = {})
+      : kind_(kind), window_(window), text_(std::move(text)) {}
+
+  std::optional<std::string> stringValue() const override {
+    if (kind_ != Kind::kText) return std::nullopt;
+    return text_;
+  }
+  Kind kind() const { return kind_; }
+  Window window() const { return window_; }
+
+ private:
+  Kind kind_;
+  Window window_;
+  std::string text_;
 };
-using DisplayHandle = std::unique_ptr<Display, DisplayCloser>;
+
+class X11EventSource : public EventSource {};
+
+class X11Platform;
+
+/// A key event of the copy shortcut: the key-down presses it, the key-up
+/// releases it.
+class X11KeyboardEvent : public KeyboardEvent {
+ public:
+  X11KeyboardEvent(CopyKeystroke& keystroke, bool keyDown)
+      : keystroke_(keystroke), keyDown_(keyDown) {}
+
+  void setFlags(uint64_t flags) override { flags_ = flags; }
+  void post(int) override {
+    // The events of the copy shortcut carry Command alone; others are not
+    // ours to send.
+    if (flags_ != kEventFlagMaskCommand) return;
+    if (keyDown_) {
+      keystroke_.press();
+    } else {
+      keystroke_.release();
+    }
+  }
+
+ private:
+  CopyKeystroke& keystroke_;
+  bool keyDown_;
+  uint64_t flags_ = 0;
+};
 
 class X11Platform : public Platform {
  public:
+  ~X11Platform() override {
+    // Keys still down and a borrowed key code go back before the
+    // connection closes.
+    keystroke_.reset();
+  }
+
   // Accessibility. X11 has no permission to grant: tovrin can work when the
   // display opens and offers XTEST for the synthetic key press, and there is
   // no prompt to show.
@@ -32,28 +92,66 @@ class X11Platform : public Platform {
   }
   bool isProcessTrustedWithPrompt() override { return isProcessTrusted(); }
 
-  AXObjectHandle createSystemWideElement() override { return nullptr; }
-  AXAttributeResult copyAttributeValue(const AXObject&,
-                                       std::string_view) override {
-    return {kAXErrorAPIDisabled, nullptr};
+  AXObjectHandle createSystemWideElement() override {
+    return std::make_unique<X11AXObject>(X11AXObject::Kind::kSystemWide, 0);
+  }
+
+  AXAttributeResult copyAttributeValue(const AXObject& element,
+                                       std::string_view attribute) override {
+    const auto* object = dynamic_cast<const X11AXObject*>(&element);
+    if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
+    Display* display = this->display();
+    if (display == nullptr) return {kAXErrorAPIDisabled, nullptr};
+    if (object->kind() == X11AXObject::Kind::kSystemWide &&
+        attribute == "AXFocusedUIElement") {
+      const Window window = focusedWindow(display);
+      if (window == 0) return {kAXErrorNoValue, nullptr};
+      return {kAXErrorSuccess, std::make_unique<X11AXObject>(
+                                   X11AXObject::Kind::kWindow, window)};
+    }
+    if (object->kind() == X11AXObject::Kind::kWindow &&
+        attribute == "AXSelectedText") {
+      return selectedTextOf(display, object->window());
+    }
+    return {kAXErrorAttributeUnsupported, nullptr};
   }
 
   std::optional<std::string> frontmostApplicationBundleIdentifier() override {
-    return std::nullopt;
-  }
-  uint64_t modifierFlags() override { return 0; }
-  EventSourceHandle createEventSource(int) override { return nullptr; }
-  KeyboardEventHandle createKeyboardEvent(EventSource*, uint16_t,
-                                          bool) override {
-    return nullptr;
+    Display* display = this->display();
+    if (display == nullptr) return std::nullopt;
+    const Window window = focusedWindow(display);
+    if (window == 0) return std::nullopt;
+    return applicationIdentifier(display, window);
   }
 
-  std::shared_ptr<Pasteboard> generalPasteboard() override { return nullptr; }
-  std::optional<std::string> convertRtfToHtml(std::string_view) override {
-    return std::nullopt;
+  uint64_t modifierFlags() override {
+    Display* display = this->display();
+    return display == nullptr ? 0 : currentModifierFlags(display);
   }
-  std::optional<ParsedURL> parseURL(std::string_view) override {
-    return std::nullopt;
+
+  EventSourceHandle createEventSource(int) override {
+    return std::make_unique<X11EventSource>();
+  }
+
+  KeyboardEventHandle createKeyboardEvent(EventSource*, uint16_t virtualKey,
+                                          bool keyDown) override {
+    if (virtualKey != kVirtualKeyC) return nullptr;
+    CopyKeystroke* keystroke = copyKeystroke();
+    if (keystroke == nullptr) return nullptr;
+    return std::make_unique<X11KeyboardEvent>(*keystroke, keyDown);
+  }
+
+  std::shared_ptr<Pasteboard> generalPasteboard() override {
+    if (!pasteboard_) pasteboard_ = createX11Pasteboard();
+    if (!pasteboard_) pasteboard_ = std::make_shared<NoPasteboard>();
+    return pasteboard_;
+  }
+
+  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
+    return tovrin::convertRtfToHtml(rtf);
+  }
+  std::optional<ParsedURL> parseURL(std::string_view text) override {
+    return parseURLWithUriparser(text);
   }
 
   double now() override { return wallClockNow(); }
@@ -73,18 +171,96 @@ class X11Platform : public Platform {
   }
 
  private:
+  /// A pasteboard for a display that does not open: it holds nothing and
+  /// takes nothing.
+  class NoPasteboard : public Pasteboard {
+   public:
+    std::optional<std::vector<std::string>> types() override { return {}; }
+    std::optional<std::string> stringForType(PasteboardType) override {
+      return {};
+    }
+    std::optional<std::string> dataForType(PasteboardType) override {
+      return {};
+    }
+    std::optional<PropertyList> propertyListForType(std::string_view) override {
+      return {};
+    }
+    std::optional<std::vector<PasteboardURLObject>> readFileURLObjects()
+        override {
+      return {};
+    }
+    std::optional<std::vector<PasteboardItem>> pasteboardItems() override {
+      return {};
+    }
+    void clearContents() override {}
+    bool setString(std::string_view, PasteboardType) override { return false; }
+  };
+
   /// The display named by the environment, opened on first use: commands
   /// that need no display never pay for it.
   Display* display() {
-    if (!displayTried_) {
-      displayTried_ = true;
-      display_.reset(XOpenDisplay(nullptr));
+    if (!connectionTried_) {
+      connectionTried_ = true;
+      connection_ = SelectionConnection::open(
+          "", {"_NET_ACTIVE_WINDOW", "_GTK_APPLICATION_ID", "UTF8_STRING",
+               "text/plain;charset=utf-8"});
     }
-    return display_.get();
+    return connection_ ? connection_->display() : nullptr;
   }
 
-  bool displayTried_ = false;
-  DisplayHandle display_;
+  /// The focused window's selection: PRIMARY, but only while a window of
+  /// the same process owns it. PRIMARY holds the last selection made
+  /// anywhere, and another program's text is not what the user selected in
+  /// the focused one.
+  AXAttributeResult selectedTextOf(Display* display, Window window) {
+    const Atom primary = XA_PRIMARY;
+    const Window owner = XGetSelectionOwner(display, primary);
+    if (owner == None) return {kAXErrorNoValue, nullptr};
+    const auto ownerProcess = windowProcessId(display, owner);
+    if (!ownerProcess || ownerProcess != windowProcessId(display, window)) {
+      return {kAXErrorNoValue, nullptr};
+    }
+    ConversionDeadline deadline;
+    for (const char* target : {"UTF8_STRING", "text/plain;charset=utf-8"}) {
+      const SelectionConversion conversion = convertSelection(
+          display, connection_->window(), primary,
+          XInternAtom(display, target, False), deadline);
+      switch (conversion.result) {
+        case SelectionConversion::Result::kConverted:
+          if (conversion.format != 8) break;
+          return {kAXErrorSuccess,
+                  std::make_unique<X11AXObject>(X11AXObject::Kind::kText,
+                                                window,
+                                                toValidUtf8(conversion.data))};
+        case SelectionConversion::Result::kTimedOut:
+          return {kAXErrorCannotComplete, nullptr};
+        case SelectionConversion::Result::kNoOwner:
+          return {kAXErrorNoValue, nullptr};
+        case SelectionConversion::Result::kRefused:
+          break;
+        case SelectionConversion::Result::kFailed:
+          return {kAXErrorFailure, nullptr};
+      }
+    }
+    return {kAXErrorNoValue, nullptr};
+  }
+
+  CopyKeystroke* copyKeystroke() {
+    if (!keystroke_) {
+      Display* display = this->display();
+      if (display == nullptr) return nullptr;
+      const Window window = focusedWindow(display);
+      const auto names =
+          window == 0 ? std::nullopt : windowClass(display, window);
+      keystroke_ = CopyKeystroke::prepare(display, copyShortcutFor(names));
+    }
+    return keystroke_.get();
+  }
+
+  bool connectionTried_ = false;
+  std::unique_ptr<SelectionConnection> connection_;
+  std::unique_ptr<CopyKeystroke> keystroke_;
+  std::shared_ptr<Pasteboard> pasteboard_;
 };
 
 }  // namespace

@@ -1,0 +1,230 @@
+#include "platform/desktop_x11.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib-xcb.h>
+#include <xcb/res.h>
+#include <xcb/xcb.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace tovrin {
+namespace {
+
+struct FreeDeleter {
+  void operator()(void* pointer) const { std::free(pointer); }
+};
+template <typename T>
+using XcbReply = std::unique_ptr<T, FreeDeleter>;
+
+/// The value of `property` of `window` (up to 64 KiB), with its format;
+/// nothing when the window or the property does not exist.
+struct PropertyValue {
+  xcb_atom_t type = 0;
+  uint8_t format = 0;
+  std::string bytes;
+};
+
+std::optional<PropertyValue> readProperty(Display* display, Window window,
+                                          Atom property) {
+  xcb_connection_t* connection = XGetXCBConnection(display);
+  const auto cookie = xcb_get_property(connection, 0, window, property,
+                                       XCB_ATOM_ANY, 0, 16384);
+  xcb_generic_error_t* error = nullptr;
+  const XcbReply<xcb_get_property_reply_t> reply(
+      xcb_get_property_reply(connection, cookie, &error));
+  std::free(error);
+  if (!reply || reply->type == XCB_ATOM_NONE) return std::nullopt;
+  PropertyValue value;
+  value.type = reply->type;
+  value.format = reply->format;
+  value.bytes.assign(
+      static_cast<const char*>(xcb_get_property_value(reply.get())),
+      static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+  return value;
+}
+
+std::optional<Window> readWindowProperty(Display* display, Window window,
+                                         Atom property) {
+  const auto value = readProperty(display, window, property);
+  if (!value || value->format != 32 || value->bytes.size() < 4) {
+    return std::nullopt;
+  }
+  uint32_t id = 0;
+  std::memcpy(&id, value->bytes.data(), sizeof id);
+  return Window{id};
+}
+
+/// The parent of `window`; nothing at the root or when it vanished.
+std::optional<Window> parentOf(Display* display, Window window) {
+  xcb_connection_t* connection = XGetXCBConnection(display);
+  xcb_generic_error_t* error = nullptr;
+  const XcbReply<xcb_query_tree_reply_t> reply(xcb_query_tree_reply(
+      connection, xcb_query_tree(connection, window), &error));
+  std::free(error);
+  if (!reply || reply->parent == XCB_WINDOW_NONE || window == reply->root) {
+    return std::nullopt;
+  }
+  return Window{reply->parent};
+}
+
+/// The nearest window from `window` up to the root that carries WM_CLASS:
+/// the application's own window around a focused subwindow.
+Window clientWindowOf(Display* display, Window window) {
+  // Deep trees are a sign of a broken answer; a toolkit window sits a few
+  // levels below its top-level window at most.
+  constexpr int kMaxDepth = 32;
+  for (int depth = 0; depth < kMaxDepth && window != 0; ++depth) {
+    if (windowClass(display, window)) return window;
+    window = parentOf(display, window).value_or(0);
+  }
+  return 0;
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) ==
+                  std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+}  // namespace
+
+Window focusedWindow(Display* display) {
+  const Window root = DefaultRootWindow(display);
+  const Atom activeAtom = XInternAtom(display, "_NET_ACTIVE_WINDOW", False);
+  if (const auto active = readWindowProperty(display, root, activeAtom)) {
+    // A window manager is running; 0 means that no window is active.
+    return *active;
+  }
+  Window focus = 0;
+  int revert = 0;
+  XGetInputFocus(display, &focus, &revert);
+  if (focus == PointerRoot || focus == None || focus == root) {
+    // The focus follows the pointer: keys go to the window beneath it.
+    Window rootReturn = 0, child = 0;
+    int rootX = 0, rootY = 0, x = 0, y = 0;
+    unsigned int mask = 0;
+    if (!XQueryPointer(display, root, &rootReturn, &child, &rootX, &rootY, &x,
+                       &y, &mask) ||
+        child == None) {
+      return 0;
+    }
+    focus = child;
+  }
+  if (const Window client = clientWindowOf(display, focus)) return client;
+  return focus;
+}
+
+std::optional<WindowClass> windowClass(Display* display, Window window) {
+  const auto value = readProperty(display, window, XA_WM_CLASS);
+  if (!value || value->format != 8 || value->bytes.empty()) return std::nullopt;
+  // Two NUL-terminated strings: the instance name, then the class name.
+  const std::string& bytes = value->bytes;
+  const size_t end = bytes.find('\0');
+  WindowClass names;
+  names.instance = bytes.substr(0, end);
+  if (end != std::string::npos) {
+    const std::string rest = bytes.substr(end + 1);
+    names.className = rest.substr(0, rest.find('\0'));
+  }
+  return names;
+}
+
+std::optional<std::string> applicationIdentifier(Display* display,
+                                                 Window window) {
+  const Atom gtkAtom = XInternAtom(display, "_GTK_APPLICATION_ID", False);
+  if (const auto id = readProperty(display, window, gtkAtom)) {
+    if (id->format == 8 && !id->bytes.empty()) {
+      return id->bytes.substr(0, id->bytes.find('\0'));
+    }
+  }
+  if (const auto names = windowClass(display, window)) {
+    if (!names->className.empty()) return names->className;
+  }
+  return std::nullopt;
+}
+
+std::optional<pid_t> windowProcessId(Display* display, Window window) {
+  xcb_connection_t* connection = XGetXCBConnection(display);
+  xcb_res_client_id_spec_t spec{static_cast<uint32_t>(window),
+                                XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+  xcb_generic_error_t* error = nullptr;
+  const XcbReply<xcb_res_query_client_ids_reply_t> reply(
+      xcb_res_query_client_ids_reply(
+          connection, xcb_res_query_client_ids(connection, 1, &spec), &error));
+  std::free(error);
+  if (!reply) return std::nullopt;
+  for (auto ids = xcb_res_query_client_ids_ids_iterator(reply.get());
+       ids.rem > 0; xcb_res_client_id_value_next(&ids)) {
+    // The mask constant of the request is compared with the answer's id
+    // type; the PID comes as one 32-bit value.
+    if (ids.data->spec.mask == XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID &&
+        xcb_res_client_id_value_value_length(ids.data) == 1) {
+      return static_cast<pid_t>(*xcb_res_client_id_value_value(ids.data));
+    }
+  }
+  return std::nullopt;
+}
+
+uint64_t currentModifierFlags(Display* display) {
+  Window rootReturn = 0, child = 0;
+  int rootX = 0, rootY = 0, x = 0, y = 0;
+  unsigned int mask = 0;
+  if (!XQueryPointer(display, DefaultRootWindow(display), &rootReturn, &child,
+                     &rootX, &rootY, &x, &y, &mask)) {
+    return 0;
+  }
+  constexpr std::array<std::pair<unsigned int, uint64_t>, 5> kMapping = {{
+      {ShiftMask, 0x20000},
+      {LockMask, 0x10000},
+      {ControlMask, 0x40000},
+      {Mod1Mask, 0x80000},
+      {Mod4Mask, 0x100000},
+  }};
+  uint64_t flags = 0;
+  for (const auto& [x11, mac] : kMapping) {
+    if (mask & x11) flags |= mac;
+  }
+  return flags;
+}
+
+CopyShortcut copyShortcutFor(const std::optional<WindowClass>& names) {
+  if (!names) return CopyShortcut::kControlC;
+  // xterm and the rxvt family interrupt their program on Ctrl+C and on
+  // Ctrl+Shift+C alike, and have no copy key: the selection is in PRIMARY.
+  static constexpr std::string_view kNoCopyKey[] = {
+      "xterm", "uxterm", "rxvt", "urxvt", "urxvt-unicode", "mrxvt",
+      "aterm", "eterm",  "xvt",  "9term", "koi8rxterm",   "lxterm"};
+  static constexpr std::string_view kControlShiftC[] = {
+      "gnome-terminal", "gnome-terminal-server", "xfce4-terminal",
+      "konsole",        "kitty",                 "alacritty",
+      "st",             "st-256color",           "terminator",
+      "tilix",          "lxterminal",            "mate-terminal",
+      "sakura",         "terminology",           "guake",
+      "tilda",          "qterminal",             "foot",
+      "footclient",     "org.wezfurlong.wezterm", "wezterm",
+      "roxterm",        "termite",               "kgx",
+      "org.gnome.console", "org.gnome.ptyxis",   "ptyxis",
+      "cool-retro-term", "yakuake",             "deepin-terminal",
+      "terminal",       "x-terminal-emulator",   "contour",
+      "ghostty",        "com.mitchellh.ghostty", "rio",
+      "blackbox",       "com.raggesilver.blackbox"};
+  const auto matches = [&](const auto& list) {
+    return std::any_of(std::begin(list), std::end(list), [&](std::string_view n) {
+      return equalsIgnoringCase(names->instance, n) ||
+             equalsIgnoringCase(names->className, n);
+    });
+  };
+  if (matches(kNoCopyKey)) return CopyShortcut::kNone;
+  if (matches(kControlShiftC)) return CopyShortcut::kControlShiftC;
+  return CopyShortcut::kControlC;
+}
+
+}  // namespace tovrin

@@ -1,0 +1,58 @@
+#ifndef TOVRIN_PLATFORM_KEYBOARD_X11_H_
+#define TOVRIN_PLATFORM_KEYBOARD_X11_H_
+
+// The synthetic copy shortcut on X11, sent through XTest to the window with
+// the input focus.
+
+#include <X11/Xlib.h>
+
+#include <memory>
+#include <vector>
+
+#include "platform/desktop_x11.h"
+
+namespace tovrin {
+
+/// One copy shortcut, pressed and then released. The application must see
+/// the shortcut alone: modifiers the user still holds are released for it
+/// and pressed again afterwards, as macOS's Command-only event flags do.
+class CopyKeystroke {
+ public:
+  /// The keystroke for `shortcut` on the current keyboard layout. Where the
+  /// layout has no `c`, a spare key code is bound to it for the moment of
+  /// the press. Nothing when the keys cannot be had.
+  static std::unique_ptr<CopyKeystroke> prepare(Display* display,
+                                                CopyShortcut shortcut);
+  /// Releases what is still pressed and gives a borrowed key code back.
+  ~CopyKeystroke();
+  CopyKeystroke(const CopyKeystroke&) = delete;
+  CopyKeystroke& operator=(const CopyKeystroke&) = delete;
+
+  /// Releases held modifiers, presses the shortcut's modifiers, then C.
+  void press();
+  /// Releases C and the shortcut's modifiers and presses the user's held
+  /// modifiers again. Does nothing unless pressed.
+  void release();
+  bool pressed() const { return pressed_; }
+
+ private:
+  CopyKeystroke(Display* display, CopyShortcut shortcut)
+      : display_(display), shortcut_(shortcut) {}
+
+  void fakeKey(KeyCode key, bool down);
+  /// Undoes the binding of a spare key code.
+  void unbindSpareKey();
+
+  Display* display_;
+  CopyShortcut shortcut_;
+  KeyCode control_ = 0;
+  KeyCode shift_ = 0;
+  KeyCode c_ = 0;
+  bool boundSpareKey_ = false;
+  bool pressed_ = false;
+  std::vector<KeyCode> heldModifiers_;
+};
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_KEYBOARD_X11_H_
