@@ -1,30 +1,50 @@
 #!/usr/bin/env bash
 # Builds tovrin with g++ and with clang, warnings as errors, and runs every
-# test: the unit tests on the fake desktop, the binary as a host runs it,
-# and the same tests again under AddressSanitizer and
-# UndefinedBehaviorSanitizer. Any failure or sanitizer finding fails the run.
+# test: the unit tests on the fake desktop, the X11 backend and the binary
+# against real applications on private X servers, the same unit tests under
+# AddressSanitizer with UndefinedBehaviorSanitizer and the concurrent parts
+# under ThreadSanitizer, a short fuzzing run of the RTF converter, and the
+# type-check of the macOS backend. Any failure or finding fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
   clang libclang-rt-14-dev libgtest-dev nlohmann-json3-dev \
-  xvfb xauth x11-utils xclip xsel xdotool matchbox-window-manager
+  xvfb xauth x11-utils xclip xsel xdotool matchbox-window-manager \
+  mousepad chromium pcmanfm abiword xterm xfce4-clipman
 
 jobs=$(nproc)
+sanitize() {  # sanitize NAME FLAGS: a clang build dir with those sanitizers
+  cmake -S . -B "build/$1" -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
+    -DCMAKE_BUILD_TYPE=Debug -DTOVRIN_WERROR=ON -DTOVRIN_STATIC_DEPS=OFF \
+    -DTOVRIN_E2E=OFF -DCMAKE_CXX_FLAGS="$2 -fno-omit-frame-pointer" \
+    -DCMAKE_EXE_LINKER_FLAGS="$2" >/dev/null
+  cmake --build "build/$1" -j "$jobs"
+}
 
-echo "== g++, warnings as errors"
+echo "== g++, warnings as errors: unit, X11 and end-to-end tests"
 cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ \
   -DTOVRIN_WERROR=ON >/dev/null
 cmake --build build/gcc -j "$jobs"
 ctest --test-dir build/gcc --output-on-failure -j "$jobs"
 
 echo "== clang, AddressSanitizer and UndefinedBehaviorSanitizer"
-sanitizers="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
-cmake -S . -B build/asan -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=Debug -DTOVRIN_WERROR=ON -DTOVRIN_STATIC_DEPS=OFF \
-  -DCMAKE_CXX_FLAGS="$sanitizers" \
-  -DCMAKE_EXE_LINKER_FLAGS="$sanitizers" >/dev/null
-cmake --build build/asan -j "$jobs"
+sanitize asan "-fsanitize=address,undefined -fno-sanitize-recover=all"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
+
+echo "== clang, ThreadSanitizer: the bounded reads and the X11 pasteboard"
+sanitize tsan "-fsanitize=thread"
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  ctest --test-dir build/tsan --output-on-failure -j "$jobs" \
+  -R 'BoundedRead|SystemSemaphore|X11Pasteboard'
+
+echo "== clang, libFuzzer: the RTF converter for 30 s"
+cmake -S . -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
+  -DTOVRIN_TESTS=OFF -DTOVRIN_FUZZ=ON -DTOVRIN_WERROR=ON >/dev/null
+cmake --build build/fuzz --target rtf_to_html_fuzz
+corpus=$(mktemp -d)
+trap 'rm -rf "$corpus"' EXIT
+build/fuzz/rtf_to_html_fuzz -max_total_time=30 -max_len=8192 \
+  -print_final_stats=1 "$corpus" tests/rtf_samples 2>&1 | tail -n 3

@@ -1,0 +1,799 @@
+#include "platform/pasteboard_x11.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <initializer_list>
+#include <mutex>
+#include <utility>
+
+#include "platform/selection_x11.h"
+#include "platform/url_uriparser.h"
+
+namespace tovrin {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Result = SelectionConversion::Result;
+
+constexpr const char kClipboard[] = "CLIPBOARD";
+constexpr const char kTargets[] = "TARGETS";
+constexpr const char kUtf8String[] = "UTF8_STRING";
+constexpr const char kPlainUtf8[] = "text/plain;charset=utf-8";
+constexpr const char kHtml[] = "text/html";
+constexpr const char kRtf[] = "text/rtf";
+constexpr const char kApplicationRtf[] = "application/rtf";
+constexpr const char kUriList[] = "text/uri-list";
+constexpr const char kGnomeCopiedFiles[] = "x-special/gnome-copied-files";
+constexpr const char kClipboardManager[] = "CLIPBOARD_MANAGER";
+constexpr const char kSaveTargets[] = "SAVE_TARGETS";
+constexpr const char kSaveTargetsProperty[] = "TOVRIN_SAVE_TARGETS";
+constexpr const char kWmPid[] = "_NET_WM_PID";
+
+// Interned when a connection opens, in one round trip.
+const std::vector<const char*> kAtomNames = {
+    kClipboard,        kTargets,         "TIMESTAMP",    "MULTIPLE",
+    "INCR",            "ATOM_PAIR",      kUtf8String,    kPlainUtf8,
+    kHtml,             kRtf,             kApplicationRtf, kUriList,
+    kGnomeCopiedFiles, kClipboardManager, kSaveTargets,  kSaveTargetsProperty,
+    kWmPid,            "TOVRIN_SELECTION", "TOVRIN_TIMESTAMP"};
+
+// Idle connections kept for the next operations; more are opened while
+// operations overlap.
+constexpr size_t kIdleConnections = 2;
+// How often a serving child checks that it still owns CLIPBOARD when
+// nothing happens (it is told by SelectionClear; this is a safety net).
+constexpr std::chrono::seconds kOwnershipCheckPeriod{60};
+
+Atom atom(Display* display, const char* name) {
+  return XInternAtom(display, name, False);
+}
+
+void appendUtf8(std::string& out, uint32_t codePoint) {
+  if (codePoint < 0x80) {
+    out.push_back(static_cast<char>(codePoint));
+  } else if (codePoint < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (codePoint >> 6)));
+    out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
+  } else if (codePoint < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (codePoint >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (codePoint >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
+  }
+}
+
+constexpr uint32_t kReplacement = 0xFFFD;
+
+std::string decodeUtf16(std::string_view bytes, bool bigEndian) {
+  std::string out;
+  out.reserve(bytes.size());
+  auto unitAt = [&](size_t i) {
+    auto first = static_cast<uint8_t>(bytes[i]);
+    auto second = static_cast<uint8_t>(bytes[i + 1]);
+    return static_cast<uint32_t>(bigEndian ? (first << 8) | second
+                                           : (second << 8) | first);
+  };
+  size_t i = 0;
+  for (; i + 1 < bytes.size(); i += 2) {
+    uint32_t unit = unitAt(i);
+    if (unit >= 0xD800 && unit <= 0xDBFF && i + 3 < bytes.size()) {
+      uint32_t low = unitAt(i + 2);
+      if (low >= 0xDC00 && low <= 0xDFFF) {
+        appendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
+        i += 2;
+        continue;
+      }
+    }
+    appendUtf8(out, (unit >= 0xD800 && unit <= 0xDFFF) ? kReplacement : unit);
+  }
+  if (i < bytes.size()) appendUtf8(out, kReplacement);  // an odd last byte
+  return out;
+}
+
+void dropOneTrailingNul(std::string& text) {
+  if (!text.empty() && text.back() == '\0') text.pop_back();
+}
+
+std::string_view withoutTrailingNuls(std::string_view bytes) {
+  while (!bytes.empty() && bytes.back() == '\0') bytes.remove_suffix(1);
+  return bytes;
+}
+
+// Lines ended by LF, each without its CR.
+std::vector<std::string_view> linesOf(std::string_view text) {
+  std::vector<std::string_view> lines;
+  while (!text.empty()) {
+    size_t end = text.find('\n');
+    std::string_view line = text.substr(0, end);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    lines.push_back(line);
+    if (end == std::string_view::npos) break;
+    text.remove_prefix(end + 1);
+  }
+  return lines;
+}
+
+std::shared_ptr<const std::string> shared(std::string text) {
+  return std::make_shared<const std::string>(std::move(text));
+}
+
+/// Closes a file descriptor on every path.
+class UniqueFd {
+ public:
+  explicit UniqueFd(int fd = -1) : fd_(fd) {}
+  ~UniqueFd() { reset(); }
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  int get() const { return fd_; }
+  void reset() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
+
+// What the processes of setString() tell the parent through their pipe.
+struct ChildMessage {
+  char kind;
+  int32_t pid;
+};
+constexpr char kServerStarted = 'P';  // from the intermediate: the server pid
+constexpr char kServerOwns = 'O';     // the server owns CLIPBOARD
+constexpr char kServerFailed = 'F';
+
+void report(int fd, char kind, int32_t pid) {
+  ChildMessage message;
+  std::memset(&message, 0, sizeof message);
+  message.kind = kind;
+  message.pid = pid;
+  // Shorter than PIPE_BUF, so written whole or not at all.
+  ssize_t written = write(fd, &message, sizeof message);
+  (void)written;
+}
+
+// Leaves the server only its report pipe and /dev/null as standard streams,
+// so that it holds open neither the host's pipes nor the parent's X
+// connections (which would keep the parent's windows alive).
+int detachDescriptors(int reportFd) {
+  if (reportFd < 3) reportFd = fcntl(reportFd, F_DUPFD, 3);
+  int devNull = open("/dev/null", O_RDWR);
+  if (devNull >= 0) {
+    for (int stream = 0; stream < 3; ++stream) {
+      if (devNull != stream) dup2(devNull, stream);
+    }
+    if (devNull > 2 && devNull != reportFd) close(devNull);
+  }
+  auto closeFrom = [](unsigned first, unsigned last) {
+    if (first > last) return;
+    if (close_range(first, last, 0) == 0) return;
+    long limit = std::min<long>(sysconf(_SC_OPEN_MAX), 65536);
+    for (long fd = first; fd <= std::min<long>(last, limit); ++fd) {
+      close(static_cast<int>(fd));
+    }
+  };
+  closeFrom(3, static_cast<unsigned>(reportFd) - 1);
+  closeFrom(static_cast<unsigned>(reportFd) + 1, ~0U);
+  return reportFd;
+}
+
+// The parent's signal handlers and mask mean nothing to the server.
+void resetSignals() {
+  for (int signalNumber = 1; signalNumber < NSIG; ++signalNumber) {
+    struct sigaction action;
+    if (sigaction(signalNumber, nullptr, &action) != 0) continue;
+    if (action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN) {
+      signal(signalNumber, SIG_DFL);
+    }
+  }
+  // A reader of the report pipe that gave up must not kill the server.
+  signal(SIGPIPE, SIG_IGN);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+std::vector<OfferedTarget> textTargets(Display* display,
+                                       std::string_view text) {
+  auto utf8 = shared(std::string(text));
+  return {
+      {atom(display, kUtf8String), atom(display, kUtf8String), 8, utf8},
+      {atom(display, kPlainUtf8), atom(display, kPlainUtf8), 8, utf8},
+      {XA_STRING, XA_STRING, 8, shared(latin1IfRepresentable(text))},
+  };
+}
+
+// Asks a running clipboard manager to copy the text now, as GTK does when
+// an application quits, so that it outlives this process. Its answer is not
+// awaited: the server keeps serving meanwhile.
+void askClipboardManagerToSave(Display* display, Window window, Time time) {
+  Atom manager = atom(display, kClipboardManager);
+  if (XGetSelectionOwner(display, manager) == None) return;
+  long targets[] = {static_cast<long>(atom(display, kUtf8String)),
+                    static_cast<long>(atom(display, kPlainUtf8)),
+                    static_cast<long>(XA_STRING)};
+  Atom property = atom(display, kSaveTargetsProperty);
+  XChangeProperty(display, window, property, XA_ATOM, 32, PropModeReplace,
+                  reinterpret_cast<unsigned char*>(targets), 3);
+  XConvertSelection(display, manager, atom(display, kSaveTargets), property,
+                    window, time);
+  XFlush(display);
+}
+
+// The server process: owns CLIPBOARD with `text` until another client takes
+// it or the display goes away. Returns its exit status.
+int serveText(int reportFd, const std::string& displayName,
+              std::string_view text) {
+  auto connection = SelectionConnection::open(displayName, kAtomNames);
+  if (!connection) {
+    report(reportFd, kServerFailed, 0);
+    return 1;
+  }
+  Display* display = connection->display();
+  Window window = connection->window();
+  // Tells tools (and tests) which process serves the clipboard.
+  long pid = getpid();
+  XChangeProperty(display, window, atom(display, kWmPid), XA_CARDINAL, 32,
+                  PropModeReplace, reinterpret_cast<unsigned char*>(&pid), 1);
+  ConversionDeadline deadline;
+  Atom clipboard = atom(display, kClipboard);
+  std::optional<Time> acquired =
+      acquireSelection(display, window, clipboard, deadline);
+  if (!acquired) {
+    report(reportFd, kServerFailed, 0);
+    return 1;
+  }
+  SelectionServer server(display, window, clipboard, *acquired,
+                         textTargets(display, text));
+  report(reportFd, kServerOwns, static_cast<int32_t>(getpid()));
+  close(reportFd);
+  askClipboardManagerToSave(display, window, *acquired);
+
+  for (;;) {
+    while (XPending(display) > 0) {
+      XEvent event;
+      XNextEvent(display, &event);
+      server.handleEvent(event);
+    }
+    if (connection->broken()) return 0;
+    auto now = Clock::now();
+    server.expireTransfers(now);
+    if (server.lost() && !server.transferring()) return 0;
+    auto wake = now + kOwnershipCheckPeriod;
+    if (auto transferEnd = server.nextDeadline()) {
+      wake = std::min(wake, *transferEnd);
+    }
+    auto wait = std::chrono::ceil<std::chrono::milliseconds>(wake - now);
+    pollfd fd = {ConnectionNumber(display), POLLIN, 0};
+    int ready = poll(&fd, 1, static_cast<int>(std::max<int64_t>(
+                                 0, std::min<int64_t>(wait.count(), INT_MAX))));
+    if (ready == 0 && !server.transferring() &&
+        XGetSelectionOwner(display, clipboard) != window) {
+      return 0;
+    }
+  }
+}
+
+// Starts the server detached from this process (double fork, new session)
+// and waits until it owns CLIPBOARD.
+bool startTextServer(const std::string& displayName, std::string_view text) {
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) return false;
+  UniqueFd readEnd(fds[0]);
+  UniqueFd writeEnd(fds[1]);
+  pid_t intermediate = fork();
+  if (intermediate < 0) return false;
+  if (intermediate == 0) {
+    // Other threads of the parent may hold locks that will never be released
+    // here: only async-signal-safe calls until the second fork.
+    close(fds[0]);
+    setsid();
+    pid_t server = fork();
+    if (server == 0) {
+      resetSignals();
+      int reportFd = detachDescriptors(fds[1]);
+      if (chdir("/") != 0) {
+        // Keeping the parent's directory busy is harmless.
+      }
+      _exit(serveText(reportFd, displayName, text));
+    }
+    report(fds[1], server > 0 ? kServerStarted : kServerFailed, server);
+    _exit(0);
+  }
+  writeEnd.reset();
+
+  auto deadline = Clock::now() + kX11ConversionTimeout;
+  pid_t serverPid = -1;
+  bool owns = false;
+  bool done = false;
+  std::string pending;
+  while (!done) {
+    auto now = Clock::now();
+    if (now >= deadline) break;
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+    pollfd fd = {readEnd.get(), POLLIN, 0};
+    int ready = poll(&fd, 1, static_cast<int>(left.count()));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) break;
+    char buffer[64];
+    ssize_t count = read(readEnd.get(), buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;  // both ends closed: no more news
+    pending.append(buffer, static_cast<size_t>(count));
+    while (pending.size() >= sizeof(ChildMessage)) {
+      ChildMessage message;
+      std::memcpy(&message, pending.data(), sizeof message);
+      pending.erase(0, sizeof message);
+      if (message.kind == kServerStarted) {
+        serverPid = message.pid;
+      } else {
+        owns = message.kind == kServerOwns;
+        done = true;
+      }
+    }
+  }
+  // The intermediate exits right after reporting the server's pid.
+  if (serverPid <= 0) kill(intermediate, SIGKILL);
+  while (waitpid(intermediate, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  if (!owns && serverPid > 0) kill(serverPid, SIGKILL);
+  return owns;
+}
+
+}  // namespace
+
+struct X11PasteboardState {
+  explicit X11PasteboardState(std::string name)
+      : displayName(std::move(name)) {}
+
+  /// An idle connection, or a new one; null when the display does not open.
+  std::unique_ptr<SelectionConnection> take() {
+    {
+      std::lock_guard<std::mutex> lock(poolMutex);
+      if (!idle.empty()) {
+        auto connection = std::move(idle.back());
+        idle.pop_back();
+        return connection;
+      }
+    }
+    return SelectionConnection::open(displayName, kAtomNames);
+  }
+
+  void giveBack(std::unique_ptr<SelectionConnection> connection) {
+    std::unique_ptr<SelectionConnection> surplus;
+    std::lock_guard<std::mutex> lock(poolMutex);
+    if (idle.size() < kIdleConnections) {
+      idle.push_back(std::move(connection));
+    } else {
+      surplus = std::move(connection);  // closed after the lock is released
+    }
+  }
+
+  /// Answers what came for the empty ownership, unless another thread is at
+  /// it already.
+  void serveOwnerRequests() {
+    std::unique_lock<std::mutex> lock(ownerMutex, std::try_to_lock);
+    if (lock.owns_lock()) drainOwnerEvents();
+  }
+
+  // Never blocks: reads only what has arrived.
+  void drainOwnerEvents() {
+    if (!ownerConnection) return;
+    Display* display = ownerConnection->display();
+    while (XPending(display) > 0) {
+      XEvent event;
+      XNextEvent(display, &event);
+      if (ownerServer) ownerServer->handleEvent(event);
+    }
+    if (ownerServer) ownerServer->expireTransfers(Clock::now());
+  }
+
+  void closeOwner() {
+    ownerWindow = None;
+    ownerServer.reset();
+    ownerConnection.reset();
+  }
+
+  const std::string displayName;
+
+  std::mutex poolMutex;
+  std::vector<std::unique_ptr<SelectionConnection>> idle;  // by poolMutex
+
+  // Readers only ever try this lock, and hold it without waiting.
+  std::mutex ownerMutex;
+  std::unique_ptr<SelectionConnection> ownerConnection;  // by ownerMutex
+  std::unique_ptr<SelectionServer> ownerServer;          // by ownerMutex
+  /// The window of the empty ownership, for readers to recognize it.
+  std::atomic<Window> ownerWindow{None};
+};
+
+namespace {
+
+/// A connection lent to one operation. It goes back to the pool unless the
+/// operation ended in a state that later ones must not inherit (an owner
+/// that may still answer, a broken connection).
+class Lease {
+ public:
+  explicit Lease(std::shared_ptr<X11PasteboardState> state)
+      : state_(std::move(state)), connection_(state_->take()) {}
+  ~Lease() {
+    if (connection_ && reusable_ && !connection_->broken()) {
+      state_->giveBack(std::move(connection_));
+    }
+  }
+  Lease(const Lease&) = delete;
+  Lease& operator=(const Lease&) = delete;
+
+  explicit operator bool() const { return connection_ != nullptr; }
+  Display* display() const { return connection_->display(); }
+  Window window() const { return connection_->window(); }
+  void retire() { reusable_ = false; }
+
+ private:
+  std::shared_ptr<X11PasteboardState> state_;
+  std::unique_ptr<SelectionConnection> connection_;
+  bool reusable_ = true;
+};
+
+/// One read operation: a lent connection and the deadline of its waits.
+class Reader {
+ public:
+  explicit Reader(std::shared_ptr<X11PasteboardState> state)
+      : state_(state), lease_(std::move(state)) {
+    state_->serveOwnerRequests();
+  }
+
+  /// Converts CLIPBOARD to `target`. Our own empty ownership refuses at
+  /// once, without asking ourselves.
+  SelectionConversion convert(const char* target) {
+    if (!lease_ || stopped_) return failed(Result::kFailed);
+    Display* display = lease_.display();
+    Atom clipboard = atom(display, kClipboard);
+    Window owner = XGetSelectionOwner(display, clipboard);
+    if (owner == None) return failed(Result::kNoOwner);
+    if (owner == state_->ownerWindow.load()) return failed(Result::kRefused);
+    SelectionConversion conversion =
+        convertSelection(display, lease_.window(), clipboard,
+                         atom(display, target), deadline_);
+    if (conversion.result == Result::kTimedOut ||
+        conversion.result == Result::kFailed) {
+      lease_.retire();
+    }
+    if (conversion.result != Result::kConverted &&
+        conversion.result != Result::kRefused) {
+      // An owner that is gone or does not answer will not answer the next
+      // target either.
+      stopped_ = true;
+    }
+    return conversion;
+  }
+
+  /// The first format-8 value among `targets` whose type `accept` takes.
+  template <typename Accept>
+  std::optional<std::string> firstText(std::initializer_list<const char*> targets,
+                                       Accept accept) {
+    for (const char* target : targets) {
+      SelectionConversion conversion = convert(target);
+      if (conversion.result == Result::kConverted && conversion.format == 8 &&
+          accept(target, conversion.typeName)) {
+        return std::move(conversion.data);
+      }
+      if (stopped_) break;
+    }
+    return std::nullopt;
+  }
+
+  Display* display() const { return lease_.display(); }
+
+ private:
+  static SelectionConversion failed(Result result) {
+    SelectionConversion conversion;
+    conversion.result = result;
+    return conversion;
+  }
+
+  std::shared_ptr<X11PasteboardState> state_;
+  Lease lease_;
+  ConversionDeadline deadline_;
+  bool stopped_ = false;
+};
+
+// Some owners (xclip) answer every target with their one value: a value is
+// taken only under the type that was asked for.
+bool sameType(const char* target, const std::string& type) {
+  return type == target;
+}
+
+bool utf8TextType(const char* target, const std::string& type) {
+  return type == target || type == kUtf8String || type == kPlainUtf8;
+}
+
+}  // namespace
+
+X11Pasteboard::X11Pasteboard(std::string displayName)
+    : state_(std::make_shared<X11PasteboardState>(std::move(displayName))) {}
+
+X11Pasteboard::~X11Pasteboard() {
+  std::lock_guard<std::mutex> lock(state_->ownerMutex);
+  state_->closeOwner();
+}
+
+std::optional<std::vector<std::string>> X11Pasteboard::types() {
+  Reader reader(state_);
+  SelectionConversion conversion = reader.convert(kTargets);
+  if (conversion.result != Result::kConverted || conversion.format != 32) {
+    return std::nullopt;
+  }
+  std::vector<Atom> atoms;
+  for (uint32_t value : conversion.values32()) atoms.push_back(value);
+  std::vector<std::string> names;
+  for (auto& name : atomNames(reader.display(), atoms)) {
+    if (name) names.push_back(std::move(*name));
+  }
+  return names;
+}
+
+std::optional<std::string> X11Pasteboard::stringForType(PasteboardType type) {
+  Reader reader(state_);
+  switch (type) {
+    case PasteboardType::kString: {
+      SelectionConversion conversion = reader.convert(kUtf8String);
+      std::string text;
+      if (conversion.result == Result::kConverted && conversion.format == 8 &&
+          utf8TextType(kUtf8String, conversion.typeName)) {
+        text = std::move(conversion.data);
+      } else {
+        // GTK puts CRLF line ends into this target but not into UTF8_STRING.
+        auto plain = reader.firstText({kPlainUtf8}, utf8TextType);
+        if (!plain) return std::nullopt;
+        text = crlfToLf(*plain);
+      }
+      dropOneTrailingNul(text);
+      return decodeUtf8Lossy(text);
+    }
+    case PasteboardType::kHTML: {
+      auto html = reader.firstText({kHtml}, sameType);
+      if (!html) return std::nullopt;
+      return decodeHtml(*html);
+    }
+    case PasteboardType::kRTF:
+    case PasteboardType::kFileURL:
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> X11Pasteboard::dataForType(PasteboardType type) {
+  switch (type) {
+    case PasteboardType::kRTF: {
+      Reader reader(state_);
+      return reader.firstText({kRtf, kApplicationRtf}, sameType);
+    }
+    case PasteboardType::kString:
+    case PasteboardType::kHTML:
+      return stringForType(type);
+    case PasteboardType::kFileURL:
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+std::optional<PropertyList> X11Pasteboard::propertyListForType(
+    std::string_view) {
+  return std::nullopt;
+}
+
+std::optional<std::vector<PasteboardURLObject>>
+X11Pasteboard::readFileURLObjects() {
+  Reader reader(state_);
+  auto uriList = reader.firstText({kUriList}, sameType);
+  if (!uriList) return std::nullopt;
+  return fileURLObjectsFromUriList(*uriList);
+}
+
+std::optional<std::vector<PasteboardItem>> X11Pasteboard::pasteboardItems() {
+  Reader reader(state_);
+  auto copied = reader.firstText({kGnomeCopiedFiles}, sameType);
+  if (!copied) return std::nullopt;
+  return itemsFromGnomeCopiedFiles(*copied);
+}
+
+void X11Pasteboard::clearContents() {
+  std::shared_ptr<X11PasteboardState> state = state_;
+  std::lock_guard<std::mutex> lock(state->ownerMutex);
+  if (state->ownerConnection && state->ownerConnection->broken()) {
+    state->closeOwner();
+  }
+  if (!state->ownerConnection) {
+    state->ownerConnection =
+        SelectionConnection::open(state->displayName, kAtomNames);
+    if (!state->ownerConnection) return;
+    state->ownerWindow = state->ownerConnection->window();
+  }
+  state->drainOwnerEvents();
+  state->ownerServer.reset();
+  Display* display = state->ownerConnection->display();
+  Window window = state->ownerConnection->window();
+  Atom clipboard = atom(display, kClipboard);
+  ConversionDeadline deadline;
+  std::optional<Time> acquired =
+      acquireSelection(display, window, clipboard, deadline);
+  if (!acquired) return;
+  state->ownerServer = std::make_unique<SelectionServer>(
+      display, window, clipboard, *acquired, std::vector<OfferedTarget>{});
+}
+
+bool X11Pasteboard::setString(std::string_view text, PasteboardType type) {
+  if (type != PasteboardType::kString) return false;
+  std::shared_ptr<X11PasteboardState> state = state_;
+  bool served = startTextServer(state->displayName, text);
+  // Takes in the SelectionClear of the empty ownership, if it had it.
+  state->serveOwnerRequests();
+  return served;
+}
+
+std::unique_ptr<X11Pasteboard> createX11Pasteboard() {
+  return createX11Pasteboard(std::string());
+}
+
+std::unique_ptr<X11Pasteboard> createX11Pasteboard(
+    const std::string& displayName) {
+  auto connection = SelectionConnection::open(displayName, kAtomNames);
+  if (!connection) return nullptr;
+  // The name of the display that opened, so that the serving child opens
+  // the same one even if the environment changes.
+  std::string name = DisplayString(connection->display());
+  auto pasteboard = std::make_unique<X11Pasteboard>(name);
+  pasteboard->state_->giveBack(std::move(connection));
+  return pasteboard;
+}
+
+std::string decodeUtf8Lossy(std::string_view bytes) {
+  std::string out;
+  out.reserve(bytes.size());
+  size_t i = 0;
+  while (i < bytes.size()) {
+    auto lead = static_cast<uint8_t>(bytes[i]);
+    if (lead < 0x80) {
+      out.push_back(static_cast<char>(lead));
+      ++i;
+      continue;
+    }
+    size_t length = 0;
+    uint8_t low = 0x80;
+    uint8_t high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+    } else if (lead == 0xE0) {
+      length = 3;
+      low = 0xA0;
+    } else if ((lead >= 0xE1 && lead <= 0xEC) || lead == 0xEE ||
+               lead == 0xEF) {
+      length = 3;
+    } else if (lead == 0xED) {
+      length = 3;
+      high = 0x9F;  // no surrogates
+    } else if (lead == 0xF0) {
+      length = 4;
+      low = 0x90;
+    } else if (lead >= 0xF1 && lead <= 0xF3) {
+      length = 4;
+    } else if (lead == 0xF4) {
+      length = 4;
+      high = 0x8F;  // nothing above U+10FFFF
+    }
+    size_t valid = 1;
+    if (length != 0) {
+      while (valid < length && i + valid < bytes.size()) {
+        auto next = static_cast<uint8_t>(bytes[i + valid]);
+        uint8_t min = valid == 1 ? low : 0x80;
+        uint8_t max = valid == 1 ? high : 0xBF;
+        if (next < min || next > max) break;
+        ++valid;
+      }
+    }
+    if (length != 0 && valid == length) {
+      out.append(bytes.substr(i, length));
+    } else {
+      appendUtf8(out, kReplacement);
+    }
+    i += valid;
+  }
+  return out;
+}
+
+std::string decodeHtml(std::string_view bytes) {
+  std::string text;
+  if (bytes.size() >= 2 && static_cast<uint8_t>(bytes[0]) == 0xFF &&
+      static_cast<uint8_t>(bytes[1]) == 0xFE) {
+    text = decodeUtf16(bytes.substr(2), /*bigEndian=*/false);
+  } else if (bytes.size() >= 2 && static_cast<uint8_t>(bytes[0]) == 0xFE &&
+             static_cast<uint8_t>(bytes[1]) == 0xFF) {
+    text = decodeUtf16(bytes.substr(2), /*bigEndian=*/true);
+  } else {
+    if (bytes.substr(0, 3) == "\xEF\xBB\xBF") bytes.remove_prefix(3);
+    text = decodeUtf8Lossy(bytes);
+  }
+  dropOneTrailingNul(text);
+  return text;
+}
+
+std::string crlfToLf(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+    out.push_back(text[i]);
+  }
+  return out;
+}
+
+std::vector<std::string> uriListEntries(std::string_view bytes) {
+  std::vector<std::string> entries;
+  for (std::string_view line : linesOf(withoutTrailingNuls(bytes))) {
+    if (line.empty() || line.front() == '#') continue;
+    entries.emplace_back(line);
+  }
+  return entries;
+}
+
+std::vector<PasteboardURLObject> fileURLObjectsFromUriList(
+    std::string_view bytes) {
+  std::vector<PasteboardURLObject> objects;
+  for (const std::string& entry : uriListEntries(bytes)) {
+    std::optional<ParsedURL> url = parseURLWithUriparser(entry);
+    if (!url || !url->isFileURL) continue;
+    objects.push_back(PasteboardURLObject{true, std::move(url->path)});
+  }
+  return objects;
+}
+
+std::vector<PasteboardItem> itemsFromGnomeCopiedFiles(std::string_view bytes) {
+  std::vector<PasteboardItem> items;
+  std::vector<std::string_view> lines = linesOf(withoutTrailingNuls(bytes));
+  if (lines.empty() || (lines.front() != "copy" && lines.front() != "cut")) {
+    return items;
+  }
+  for (size_t i = 1; i < lines.size(); ++i) {
+    if (lines[i].empty()) continue;
+    items.push_back(PasteboardItem{std::string(lines[i])});
+  }
+  return items;
+}
+
+std::string latin1IfRepresentable(std::string_view text) {
+  std::string latin1;
+  latin1.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    auto byte = static_cast<uint8_t>(text[i]);
+    if (byte < 0x80) {
+      latin1.push_back(static_cast<char>(byte));
+    } else if ((byte == 0xC2 || byte == 0xC3) && i + 1 < text.size() &&
+               (static_cast<uint8_t>(text[i + 1]) & 0xC0) == 0x80) {
+      latin1.push_back(static_cast<char>(
+          ((byte & 0x03) << 6) | (static_cast<uint8_t>(text[i + 1]) & 0x3F)));
+      ++i;
+    } else {
+      return std::string(text);
+    }
+  }
+  return latin1;
+}
+
+}  // namespace tovrin

@@ -1,0 +1,118 @@
+#ifndef TOVRIN_PLATFORM_PASTEBOARD_X11_H_
+#define TOVRIN_PLATFORM_PASTEBOARD_X11_H_
+
+// The general pasteboard on X11: the CLIPBOARD selection.
+//
+// Reads convert CLIPBOARD from its current owner, each operation on an X
+// connection of its own taken from a small pool, so that a reader that timed
+// out on a frozen owner and still runs on a worker thread never shares a
+// connection (or a lock) with the next read. Every operation gives up after
+// kX11ConversionTimeout without an answer.
+//
+// clearContents() makes this process the owner of an empty CLIPBOARD, so a
+// clipboard manager cannot put old content back where the application's copy
+// is awaited. setString() hands the text to a detached child process that
+// owns CLIPBOARD and serves it until another client takes it.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace tovrin {
+
+/// What an X11Pasteboard shares with its running operations.
+struct X11PasteboardState;
+
+/// The CLIPBOARD selection of one X display as tovrin's pasteboard. All
+/// operations may be called from any thread, also concurrently.
+class X11Pasteboard : public Pasteboard {
+ public:
+  /// The pasteboard of `displayName` (empty: $DISPLAY); use
+  /// createX11Pasteboard, which checks that the display opens.
+  explicit X11Pasteboard(std::string displayName);
+  /// Gives up this process's (empty) ownership of CLIPBOARD, if it has it.
+  /// Text handed out with setString() stays served by its child process.
+  ~X11Pasteboard() override;
+  X11Pasteboard(const X11Pasteboard&) = delete;
+  X11Pasteboard& operator=(const X11Pasteboard&) = delete;
+
+  /// The TARGETS of CLIPBOARD's owner, in its order; nothing when there is
+  /// no owner, it refuses, or it is this process's empty ownership.
+  std::optional<std::vector<std::string>> types() override;
+  /// kString: UTF8_STRING, else text/plain;charset=utf-8 with CRLF made LF
+  /// (STRING is never read: applications put Latin-1, UTF-8 or escapes
+  /// there). kHTML: text/html, UTF-8 or UTF-16 with a byte-order mark.
+  /// Invalid UTF-8 becomes U+FFFD. Nothing for the other types.
+  std::optional<std::string> stringForType(PasteboardType type) override;
+  /// kRTF: the bytes of text/rtf, else application/rtf. kString and kHTML:
+  /// the same UTF-8 as stringForType. Nothing for kFileURL.
+  std::optional<std::string> dataForType(PasteboardType type) override;
+  /// Always nothing: X11 owners offer no property lists.
+  std::optional<PropertyList> propertyListForType(
+      std::string_view type) override;
+  /// The file: URLs of text/uri-list as paths; nothing when the owner has
+  /// no uri-list.
+  std::optional<std::vector<PasteboardURLObject>> readFileURLObjects()
+      override;
+  /// One item per URI of x-special/gnome-copied-files; nothing when the
+  /// owner does not offer it.
+  std::optional<std::vector<PasteboardItem>> pasteboardItems() override;
+
+  /// Makes this process the owner of CLIPBOARD with no content. Requests to
+  /// it are refused (TARGETS lists only TARGETS and TIMESTAMP) whenever an
+  /// operation of this object runs; reads return nothing at once while it
+  /// lasts. The application's copy then takes CLIPBOARD over.
+  void clearContents() override;
+  /// kString only: a detached child process (own session, stdio on
+  /// /dev/null, own connection) owns CLIPBOARD with `text` and serves it
+  /// until another client takes it or the display goes away; a clipboard
+  /// manager, if one runs, is asked to save it. Returns once the child owns
+  /// CLIPBOARD; false when it could not within kX11ConversionTimeout.
+  bool setString(std::string_view text, PasteboardType type) override;
+
+ private:
+  friend std::unique_ptr<X11Pasteboard> createX11Pasteboard(
+      const std::string& displayName);
+
+  // Shared with operations still running, so that a late reader outlives
+  // nothing it uses.
+  std::shared_ptr<X11PasteboardState> state_;
+};
+
+/// The pasteboard of the display named by $DISPLAY; null when none opens.
+std::unique_ptr<X11Pasteboard> createX11Pasteboard();
+/// The pasteboard of `displayName`; null when it does not open.
+std::unique_ptr<X11Pasteboard> createX11Pasteboard(
+    const std::string& displayName);
+
+// Decoders of what owners send, pure for testing.
+
+/// `bytes` as UTF-8 with every ill-formed sequence replaced by U+FFFD (one
+/// per maximal ill-formed subpart, as the Unicode standard recommends).
+std::string decodeUtf8Lossy(std::string_view bytes);
+/// HTML bytes as UTF-8 text: UTF-16 LE or BE when they start with a
+/// byte-order mark, else UTF-8 without its BOM; one trailing NUL dropped.
+std::string decodeHtml(std::string_view bytes);
+/// `text` with every CR LF made LF.
+std::string crlfToLf(std::string_view text);
+/// The URIs of a text/uri-list, in order: lines ended by CRLF or LF, comment
+/// lines (#) and empty lines skipped, trailing NULs ignored.
+std::vector<std::string> uriListEntries(std::string_view bytes);
+/// The file: URLs of a text/uri-list as URL objects with decoded paths;
+/// other URLs and lines that are no URLs are left out.
+std::vector<PasteboardURLObject> fileURLObjectsFromUriList(
+    std::string_view bytes);
+/// The items of x-special/gnome-copied-files ("copy" or "cut", then one URI
+/// per line): one per URI; none when the first line is neither.
+std::vector<PasteboardItem> itemsFromGnomeCopiedFiles(std::string_view bytes);
+/// UTF-8 `text` as Latin-1 when every character has a Latin-1 code, else
+/// unchanged (what this process answers STRING requests with).
+std::string latin1IfRepresentable(std::string_view text);
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_PASTEBOARD_X11_H_

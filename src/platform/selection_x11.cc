@@ -1,0 +1,636 @@
+#include "platform/selection_x11.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib-xcb.h>
+#include <poll.h>
+#include <xcb/xcb.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+namespace tovrin {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The property of the requestor window that owners write their answers to.
+constexpr const char kTransferProperty[] = "TOVRIN_SELECTION";
+// The property whose zero-length appends give server timestamps.
+constexpr const char kTimestampProperty[] = "TOVRIN_TIMESTAMP";
+// Larger answers go by INCR; GTK uses the same bound.
+constexpr size_t kMaxChunkSize = 262144;
+
+struct XFreeDeleter {
+  void operator()(void* data) const {
+    if (data != nullptr) XFree(data);
+  }
+};
+
+struct MallocDeleter {
+  void operator()(void* data) const { std::free(data); }
+};
+template <typename T>
+using XcbReply = std::unique_ptr<T, MallocDeleter>;
+
+Atom internAtom(Display* display, const char* name) {
+  // Xlib answers names it has seen on this connection from its cache.
+  return XInternAtom(display, name, False);
+}
+
+xcb_connection_t* xcbOf(Display* display) { return XGetXCBConnection(display); }
+
+bool connectionBroken(Display* display) {
+  return xcb_connection_has_error(xcbOf(display)) != 0;
+}
+
+enum class WaitResult { kEvent, kTimedOut, kBroken };
+
+template <typename Predicate>
+Bool matchEvent(Display*, XEvent* event, XPointer arg) {
+  return (*reinterpret_cast<const Predicate*>(arg))(*event) ? True : False;
+}
+
+// Takes the first event that `predicate` accepts, leaving every other event
+// queued for whoever else reads this connection.
+template <typename Predicate>
+WaitResult waitForEvent(Display* display, Clock::time_point deadline,
+                        const Predicate& predicate, XEvent* event) {
+  for (;;) {
+    if (XCheckIfEvent(display, event, &matchEvent<Predicate>,
+                      reinterpret_cast<XPointer>(
+                          const_cast<Predicate*>(&predicate)))) {
+      return WaitResult::kEvent;
+    }
+    if (connectionBroken(display)) return WaitResult::kBroken;
+    auto now = Clock::now();
+    if (now >= deadline) return WaitResult::kTimedOut;
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+    pollfd fd = {ConnectionNumber(display), POLLIN, 0};
+    poll(&fd, 1, static_cast<int>(std::min<int64_t>(left.count(), INT_MAX)));
+  }
+}
+
+// Drops the queued events of `window`: answers to earlier conversions that
+// must not be taken for answers to the next one.
+void discardEventsOf(Display* display, Window window) {
+  auto ofWindow = [window](const XEvent& event) {
+    return event.xany.window == window;
+  };
+  XEvent event;
+  while (XCheckIfEvent(display, &event, &matchEvent<decltype(ofWindow)>,
+                       reinterpret_cast<XPointer>(&ofWindow))) {
+  }
+}
+
+struct PropertyValue {
+  bool exists = false;
+  Atom type = None;
+  int format = 0;
+  std::string data;
+};
+
+// Reads a property of our own window whole, deleting it when asked.
+std::optional<PropertyValue> readProperty(Display* display, Window window,
+                                          Atom property, bool remove) {
+  Atom type = None;
+  int format = 0;
+  unsigned long items = 0;
+  unsigned long bytesAfter = 0;
+  unsigned char* raw = nullptr;
+  // The length is counted in 32-bit units; this asks for all of it.
+  if (XGetWindowProperty(display, window, property, 0, 0x1FFFFFFF,
+                         remove ? True : False, AnyPropertyType, &type,
+                         &format, &items, &bytesAfter, &raw) != Success) {
+    return std::nullopt;
+  }
+  std::unique_ptr<unsigned char, XFreeDeleter> owned(raw);
+  PropertyValue value;
+  if (type == None) return value;
+  if (bytesAfter != 0) return std::nullopt;
+  value.exists = true;
+  value.type = type;
+  value.format = format;
+  if (raw == nullptr || items == 0) return value;
+  if (format == 8) {
+    value.data.assign(reinterpret_cast<const char*>(raw), items);
+  } else if (format == 16) {
+    const auto* shorts = reinterpret_cast<const short*>(raw);
+    value.data.resize(items * sizeof(uint16_t));
+    for (unsigned long i = 0; i < items; ++i) {
+      auto item = static_cast<uint16_t>(shorts[i]);
+      std::memcpy(&value.data[i * sizeof item], &item, sizeof item);
+    }
+  } else if (format == 32) {
+    const auto* longs = reinterpret_cast<const long*>(raw);
+    value.data.resize(items * sizeof(uint32_t));
+    for (unsigned long i = 0; i < items; ++i) {
+      auto item = static_cast<uint32_t>(longs[i]);
+      std::memcpy(&value.data[i * sizeof item], &item, sizeof item);
+    }
+  } else {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::string nameOf(Display* display, Atom atom) {
+  auto names = atomNames(display, {atom});
+  return names.front().value_or(std::string());
+}
+
+SelectionConversion failure(SelectionConversion::Result result) {
+  SelectionConversion conversion;
+  conversion.result = result;
+  return conversion;
+}
+
+SelectionConversion::Result resultOf(WaitResult wait) {
+  return wait == WaitResult::kTimedOut ? SelectionConversion::Result::kTimedOut
+                                       : SelectionConversion::Result::kFailed;
+}
+
+// Receives the chunks of an INCR transfer whose announcement has just been
+// deleted (which asks the owner for the first chunk).
+SelectionConversion receiveIncr(Display* display, Window requestor,
+                                Atom property, ConversionDeadline& deadline) {
+  SelectionConversion conversion;
+  Atom type = None;
+  auto isNewValue = [requestor, property](const XEvent& event) {
+    return event.type == PropertyNotify &&
+           event.xproperty.window == requestor &&
+           event.xproperty.atom == property &&
+           event.xproperty.state == PropertyNewValue;
+  };
+  for (;;) {
+    XEvent event;
+    WaitResult wait =
+        waitForEvent(display, deadline.current(), isNewValue, &event);
+    if (wait != WaitResult::kEvent) return failure(resultOf(wait));
+    auto chunk = readProperty(display, requestor, property, /*remove=*/true);
+    if (!chunk) return failure(SelectionConversion::Result::kFailed);
+    // The notice of a value that was already read (the announcement itself,
+    // or a chunk read on an earlier notice) finds the property gone.
+    if (!chunk->exists) continue;
+    deadline.progressed();
+    if (chunk->data.empty()) break;
+    if (type == None) {
+      type = chunk->type;
+      conversion.format = chunk->format;
+    } else if (chunk->format != conversion.format) {
+      return failure(SelectionConversion::Result::kFailed);
+    }
+    conversion.data += chunk->data;
+  }
+  conversion.result = SelectionConversion::Result::kConverted;
+  if (type != None) conversion.typeName = nameOf(display, type);
+  if (conversion.format == 0) conversion.format = 8;
+  return conversion;
+}
+
+}  // namespace
+
+ConversionDeadline::ConversionDeadline(std::chrono::milliseconds inactivity,
+                                       std::chrono::milliseconds total)
+    : inactivity_(inactivity),
+      end_(Clock::now() + total),
+      lastProgress_(Clock::now()) {}
+
+void ConversionDeadline::progressed() { lastProgress_ = Clock::now(); }
+
+ConversionDeadline::Clock::time_point ConversionDeadline::current() const {
+  return std::min(lastProgress_ + inactivity_, end_);
+}
+
+std::vector<uint32_t> SelectionConversion::values32() const {
+  std::vector<uint32_t> values;
+  if (format != 32) return values;
+  values.resize(data.size() / sizeof(uint32_t));
+  if (!values.empty()) {
+    std::memcpy(values.data(), data.data(), values.size() * sizeof(uint32_t));
+  }
+  return values;
+}
+
+SelectionConversion convertSelection(Display* display, Window requestor,
+                                     Atom selection, Atom target,
+                                     std::chrono::milliseconds
+                                         inactivityTimeout) {
+  ConversionDeadline deadline(inactivityTimeout,
+                              std::max(inactivityTimeout,
+                                       kX11TransferTotalTimeout));
+  return convertSelection(display, requestor, selection, target, deadline);
+}
+
+SelectionConversion convertSelection(Display* display, Window requestor,
+                                     Atom selection, Atom target,
+                                     ConversionDeadline& deadline) {
+  if (connectionBroken(display)) {
+    return failure(SelectionConversion::Result::kFailed);
+  }
+  // A round trip: every event the server sent before it is queued now, so
+  // the leftovers of earlier conversions can be dropped.
+  if (XGetSelectionOwner(display, selection) == None) {
+    return failure(connectionBroken(display)
+                       ? SelectionConversion::Result::kFailed
+                       : SelectionConversion::Result::kNoOwner);
+  }
+  Atom property = internAtom(display, kTransferProperty);
+  discardEventsOf(display, requestor);
+  XDeleteProperty(display, requestor, property);
+  XConvertSelection(display, selection, target, property, requestor,
+                    CurrentTime);
+  XFlush(display);
+
+  auto isAnswer = [requestor, selection, target](const XEvent& event) {
+    return event.type == SelectionNotify &&
+           event.xselection.requestor == requestor &&
+           event.xselection.selection == selection &&
+           event.xselection.target == target;
+  };
+  XEvent event;
+  WaitResult wait = waitForEvent(display, deadline.current(), isAnswer, &event);
+  if (wait != WaitResult::kEvent) return failure(resultOf(wait));
+  deadline.progressed();
+  if (event.xselection.property == None) {
+    return failure(SelectionConversion::Result::kRefused);
+  }
+  Atom answered = event.xselection.property;
+  // Reading with delete also tells an INCR owner to send the first chunk.
+  auto value = readProperty(display, requestor, answered, /*remove=*/true);
+  if (!value || !value->exists) {
+    return failure(SelectionConversion::Result::kFailed);
+  }
+  if (value->type == internAtom(display, "INCR")) {
+    return receiveIncr(display, requestor, answered, deadline);
+  }
+  SelectionConversion conversion;
+  conversion.result = SelectionConversion::Result::kConverted;
+  conversion.typeName = nameOf(display, value->type);
+  conversion.format = value->format;
+  conversion.data = std::move(value->data);
+  return conversion;
+}
+
+std::optional<std::vector<std::string>> selectionTargets(
+    Display* display, Window requestor, Atom selection,
+    ConversionDeadline& deadline) {
+  SelectionConversion conversion = convertSelection(
+      display, requestor, selection, internAtom(display, "TARGETS"), deadline);
+  if (conversion.result != SelectionConversion::Result::kConverted ||
+      conversion.format != 32) {
+    return std::nullopt;
+  }
+  std::vector<Atom> atoms;
+  for (uint32_t value : conversion.values32()) atoms.push_back(value);
+  std::vector<std::string> names;
+  for (auto& name : atomNames(display, atoms)) {
+    if (name) names.push_back(std::move(*name));
+  }
+  return names;
+}
+
+std::vector<std::optional<std::string>> atomNames(
+    Display* display, const std::vector<Atom>& atoms) {
+  xcb_connection_t* connection = xcbOf(display);
+  std::vector<xcb_get_atom_name_cookie_t> cookies;
+  cookies.reserve(atoms.size());
+  for (Atom atom : atoms) {
+    cookies.push_back(
+        xcb_get_atom_name(connection, static_cast<xcb_atom_t>(atom)));
+  }
+  std::vector<std::optional<std::string>> names;
+  names.reserve(atoms.size());
+  for (auto cookie : cookies) {
+    xcb_generic_error_t* rawError = nullptr;
+    XcbReply<xcb_get_atom_name_reply_t> reply(
+        xcb_get_atom_name_reply(connection, cookie, &rawError));
+    std::unique_ptr<xcb_generic_error_t, MallocDeleter> error(rawError);
+    if (!reply) {
+      names.emplace_back();
+      continue;
+    }
+    names.emplace_back(std::string(
+        xcb_get_atom_name_name(reply.get()),
+        static_cast<size_t>(xcb_get_atom_name_name_length(reply.get()))));
+  }
+  return names;
+}
+
+Window createSelectionWindow(Display* display) {
+  XSetWindowAttributes attributes = {};
+  attributes.event_mask = PropertyChangeMask;
+  attributes.override_redirect = True;
+  return XCreateWindow(display, DefaultRootWindow(display), -10, -10, 1, 1, 0,
+                       0, InputOnly, CopyFromParent,
+                       CWEventMask | CWOverrideRedirect, &attributes);
+}
+
+std::optional<Time> serverTime(Display* display, Window window,
+                               ConversionDeadline& deadline) {
+  Atom property = internAtom(display, kTimestampProperty);
+  unsigned char nothing = 0;
+  XChangeProperty(display, window, property, XA_STRING, 8, PropModeAppend,
+                  &nothing, 0);
+  XFlush(display);
+  auto isNotice = [window, property](const XEvent& event) {
+    return event.type == PropertyNotify && event.xproperty.window == window &&
+           event.xproperty.atom == property;
+  };
+  XEvent event;
+  if (waitForEvent(display, deadline.current(), isNotice, &event) !=
+      WaitResult::kEvent) {
+    return std::nullopt;
+  }
+  deadline.progressed();
+  return event.xproperty.time;
+}
+
+std::optional<Time> acquireSelection(Display* display, Window owner,
+                                     Atom selection,
+                                     ConversionDeadline& deadline) {
+  std::optional<Time> time = serverTime(display, owner, deadline);
+  if (!time) return std::nullopt;
+  XSetSelectionOwner(display, selection, owner, *time);
+  if (XGetSelectionOwner(display, selection) != owner) return std::nullopt;
+  return time;
+}
+
+std::unique_ptr<SelectionConnection> SelectionConnection::open(
+    const std::string& displayName,
+    const std::vector<const char*>& atomNames) {
+  Display* display =
+      XOpenDisplay(displayName.empty() ? nullptr : displayName.c_str());
+  if (display == nullptr) return nullptr;
+  // Xlib ends the process when a connection breaks unless the connection
+  // has an exit handler that returns; afterwards every call on it fails
+  // fast, which broken() reports.
+  XSetIOErrorExitHandler(
+      display, [](Display*, void*) {}, nullptr);
+  if (!atomNames.empty()) {
+    std::vector<char*> names;
+    for (const char* name : atomNames) names.push_back(const_cast<char*>(name));
+    std::vector<Atom> atoms(names.size());
+    XInternAtoms(display, names.data(), static_cast<int>(names.size()), False,
+                 atoms.data());
+  }
+  Window window = createSelectionWindow(display);
+  return std::unique_ptr<SelectionConnection>(
+      new SelectionConnection(display, window));
+}
+
+SelectionConnection::~SelectionConnection() {
+  if (!broken()) XDestroyWindow(display_, window_);
+  XCloseDisplay(display_);
+}
+
+bool SelectionConnection::broken() const { return connectionBroken(display_); }
+
+SelectionServer::SelectionServer(Display* display, Window owner,
+                                 Atom selection, Time acquired,
+                                 std::vector<OfferedTarget> targets)
+    : display_(display),
+      owner_(owner),
+      selection_(selection),
+      acquired_(acquired),
+      targets_(std::move(targets)),
+      targetsAtom_(internAtom(display, "TARGETS")),
+      timestampAtom_(internAtom(display, "TIMESTAMP")),
+      multipleAtom_(internAtom(display, "MULTIPLE")),
+      incrAtom_(internAtom(display, "INCR")),
+      atomPairAtom_(internAtom(display, "ATOM_PAIR")) {
+  long maxRequest = XExtendedMaxRequestSize(display);
+  if (maxRequest == 0) maxRequest = XMaxRequestSize(display);
+  size_t maxBytes = static_cast<size_t>(maxRequest) * 4;
+  chunkSize_ = std::min(kMaxChunkSize, maxBytes > 200 ? maxBytes - 100 : 100);
+}
+
+SelectionServer::~SelectionServer() {
+  while (!transfers_.empty()) forget(transfers_.begin());
+  xcb_flush(xcbOf(display_));
+}
+
+bool SelectionServer::handleEvent(const XEvent& event) {
+  switch (event.type) {
+    case SelectionRequest:
+      if (event.xselectionrequest.owner != owner_ ||
+          event.xselectionrequest.selection != selection_) {
+        return false;
+      }
+      handleRequest(event.xselectionrequest);
+      return true;
+    case SelectionClear:
+      if (event.xselectionclear.window != owner_ ||
+          event.xselectionclear.selection != selection_) {
+        return false;
+      }
+      lost_ = true;
+      return true;
+    case PropertyNotify:
+      if (event.xproperty.state != PropertyDelete ||
+          transfers_.count({event.xproperty.window, event.xproperty.atom}) ==
+              0) {
+        return false;
+      }
+      handlePropertyDeleted(event.xproperty);
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::optional<SelectionServer::Clock::time_point>
+SelectionServer::nextDeadline() const {
+  std::optional<Clock::time_point> earliest;
+  for (const auto& [key, transfer] : transfers_) {
+    auto end = transfer.lastActivity + kX11ServeStallTimeout;
+    if (!earliest || end < *earliest) earliest = end;
+  }
+  return earliest;
+}
+
+void SelectionServer::expireTransfers(Clock::time_point now) {
+  for (auto it = transfers_.begin(); it != transfers_.end();) {
+    auto next = std::next(it);
+    if (it->second.lastActivity + kX11ServeStallTimeout <= now) forget(it);
+    it = next;
+  }
+  xcb_flush(xcbOf(display_));
+}
+
+void SelectionServer::handleRequest(const XSelectionRequestEvent& request) {
+  // Obsolete requestors leave the property None and mean the target's name.
+  Atom property = request.property == None ? request.target : request.property;
+  bool answered = false;
+  // The selection is no longer ours to answer for, or the request predates
+  // our ownership.
+  bool stale = lost_ ||
+               (request.time != CurrentTime && request.time < acquired_);
+  if (!stale) {
+    answered = request.target == multipleAtom_
+                   ? answerMultiple(request.requestor, property)
+                   : answer(request.requestor, request.target, property);
+  }
+  // The notice is 32 bytes on the wire; XCB copies that much.
+  union {
+    xcb_selection_notify_event_t event;
+    char bytes[32];
+  } notice = {};
+  notice.event.response_type = XCB_SELECTION_NOTIFY;
+  notice.event.time = static_cast<xcb_timestamp_t>(request.time);
+  notice.event.requestor = static_cast<xcb_window_t>(request.requestor);
+  notice.event.selection = static_cast<xcb_atom_t>(request.selection);
+  notice.event.target = static_cast<xcb_atom_t>(request.target);
+  notice.event.property =
+      static_cast<xcb_atom_t>(answered ? property : None);
+  xcb_connection_t* connection = xcbOf(display_);
+  // Errors (the requestor may be gone already) are dropped with the reply.
+  xcb_discard_reply(connection,
+                    xcb_send_event_checked(connection, 0,
+                                           static_cast<xcb_window_t>(
+                                               request.requestor),
+                                           XCB_EVENT_MASK_NO_EVENT,
+                                           notice.bytes)
+                        .sequence);
+  xcb_flush(connection);
+}
+
+bool SelectionServer::answer(Window requestor, Atom target, Atom property) {
+  xcb_connection_t* connection = xcbOf(display_);
+  auto write = [&](Atom type, int format, const void* data, size_t items) {
+    xcb_discard_reply(
+        connection,
+        xcb_change_property_checked(
+            connection, XCB_PROP_MODE_REPLACE,
+            static_cast<xcb_window_t>(requestor),
+            static_cast<xcb_atom_t>(property), static_cast<xcb_atom_t>(type),
+            static_cast<uint8_t>(format), static_cast<uint32_t>(items), data)
+            .sequence);
+  };
+  if (target == targetsAtom_) {
+    std::vector<uint32_t> atoms = {static_cast<uint32_t>(targetsAtom_),
+                                   static_cast<uint32_t>(timestampAtom_)};
+    if (!targets_.empty()) {
+      atoms.push_back(static_cast<uint32_t>(multipleAtom_));
+    }
+    for (const auto& offered : targets_) {
+      atoms.push_back(static_cast<uint32_t>(offered.target));
+    }
+    write(XA_ATOM, 32, atoms.data(), atoms.size());
+    return true;
+  }
+  if (target == timestampAtom_) {
+    auto time = static_cast<uint32_t>(acquired_);
+    write(XA_INTEGER, 32, &time, 1);
+    return true;
+  }
+  auto offered = std::find_if(
+      targets_.begin(), targets_.end(),
+      [target](const OfferedTarget& t) { return t.target == target; });
+  if (offered == targets_.end() || !offered->data) return false;
+  const std::string& data = *offered->data;
+  size_t unit = offered->format == 32 ? 4 : 1;
+  if (data.size() <= chunkSize_) {
+    write(offered->type, offered->format, data.data(), data.size() / unit);
+    return true;
+  }
+  if (offered->format != 8) return false;
+  // Large values go by INCR: listen for the requestor deleting the property
+  // before announcing, so that no deletion can be missed.
+  TransferKey key{requestor, property};
+  if (transfers_.count(key) != 0) forget(transfers_.find(key));
+  listenTo(requestor, true);
+  auto size = static_cast<uint32_t>(std::min<size_t>(data.size(), UINT32_MAX));
+  write(incrAtom_, 32, &size, 1);
+  transfers_[key] =
+      Transfer{offered->type, offered->data, 0, Clock::now()};
+  return true;
+}
+
+bool SelectionServer::answerMultiple(Window requestor, Atom property) {
+  xcb_connection_t* connection = xcbOf(display_);
+  xcb_generic_error_t* rawError = nullptr;
+  XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
+      connection,
+      xcb_get_property(connection, 0, static_cast<xcb_window_t>(requestor),
+                       static_cast<xcb_atom_t>(property), XCB_ATOM_ANY, 0,
+                       0x1FFFFFFF),
+      &rawError));
+  std::unique_ptr<xcb_generic_error_t, MallocDeleter> error(rawError);
+  if (!reply || reply->format != 32 || reply->type == XCB_ATOM_NONE) {
+    return false;
+  }
+  int length = xcb_get_property_value_length(reply.get());
+  std::vector<uint32_t> pairs(static_cast<size_t>(length) / 4);
+  if (pairs.empty()) return false;
+  std::memcpy(pairs.data(), xcb_get_property_value(reply.get()),
+              pairs.size() * 4);
+  for (size_t i = 0; i + 1 < pairs.size(); i += 2) {
+    Atom target = pairs[i];
+    Atom pairProperty = pairs[i + 1];
+    if (target == multipleAtom_ || pairProperty == None ||
+        !answer(requestor, target, pairProperty)) {
+      pairs[i + 1] = XCB_ATOM_NONE;
+    }
+  }
+  xcb_discard_reply(
+      connection,
+      xcb_change_property_checked(
+          connection, XCB_PROP_MODE_REPLACE,
+          static_cast<xcb_window_t>(requestor),
+          static_cast<xcb_atom_t>(property),
+          static_cast<xcb_atom_t>(atomPairAtom_), 32,
+          static_cast<uint32_t>(pairs.size()), pairs.data())
+          .sequence);
+  return true;
+}
+
+void SelectionServer::handlePropertyDeleted(const XPropertyEvent& event) {
+  auto it = transfers_.find({event.window, event.atom});
+  Transfer& transfer = it->second;
+  const std::string& data = *transfer.data;
+  size_t length = std::min(chunkSize_, data.size() - transfer.offset);
+  xcb_connection_t* connection = xcbOf(display_);
+  // The last chunk has length zero and ends the transfer.
+  xcb_discard_reply(
+      connection,
+      xcb_change_property_checked(
+          connection, XCB_PROP_MODE_REPLACE,
+          static_cast<xcb_window_t>(event.window),
+          static_cast<xcb_atom_t>(event.atom),
+          static_cast<xcb_atom_t>(transfer.type), 8,
+          static_cast<uint32_t>(length), data.data() + transfer.offset)
+          .sequence);
+  if (length == 0) {
+    forget(it);
+  } else {
+    transfer.offset += length;
+    transfer.lastActivity = Clock::now();
+  }
+  xcb_flush(connection);
+}
+
+void SelectionServer::listenTo(Window requestor, bool listen) {
+  // Our own windows keep the events they were created with.
+  if (requestor == owner_) return;
+  xcb_connection_t* connection = xcbOf(display_);
+  uint32_t mask = listen ? XCB_EVENT_MASK_PROPERTY_CHANGE : 0;
+  xcb_discard_reply(connection, xcb_change_window_attributes_checked(
+                                    connection,
+                                    static_cast<xcb_window_t>(requestor),
+                                    XCB_CW_EVENT_MASK, &mask)
+                                    .sequence);
+}
+
+void SelectionServer::forget(
+    std::map<TransferKey, Transfer>::iterator transfer) {
+  Window requestor = transfer->first.first;
+  transfers_.erase(transfer);
+  bool stillUsed = std::any_of(
+      transfers_.begin(), transfers_.end(),
+      [requestor](const auto& entry) { return entry.first.first == requestor; });
+  if (!stillUsed) listenTo(requestor, false);
+}
+
+}  // namespace tovrin

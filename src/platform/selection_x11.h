@@ -1,0 +1,228 @@
+#ifndef TOVRIN_PLATFORM_SELECTION_X11_H_
+#define TOVRIN_PLATFORM_SELECTION_X11_H_
+
+// X11 selections, both sides: converting a selection (with INCR transfers)
+// as a requestor, and answering requests as an owner.
+//
+// Nothing here waits without a deadline: every wait polls the connection's
+// socket until a ConversionDeadline passes. Calls that may fail because of
+// another client (a requestor window that vanished, an unknown atom) go
+// through XCB with their errors collected per request, so they never reach
+// Xlib's process-wide error handler, which exits by default.
+//
+// A Display* is used by one thread at a time; these functions never lock.
+
+#include <X11/Xlib.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tovrin {
+
+/// How long one clipboard operation waits for an owner that stopped
+/// answering (a frozen or busy application). Any answer restarts the wait.
+inline constexpr std::chrono::milliseconds kX11ConversionTimeout{1000};
+/// The longest one operation may take even while the owner keeps answering,
+/// e.g. an INCR transfer that trickles in.
+inline constexpr std::chrono::milliseconds kX11TransferTotalTimeout{4000};
+/// How long an owner keeps an INCR transfer open for a requestor that stopped
+/// reading its chunks.
+inline constexpr std::chrono::milliseconds kX11ServeStallTimeout{5000};
+
+/// The deadline of one operation's waits: each wait may last `inactivity`
+/// since the last progress, and all of them together `total`.
+class ConversionDeadline {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit ConversionDeadline(
+      std::chrono::milliseconds inactivity = kX11ConversionTimeout,
+      std::chrono::milliseconds total = kX11TransferTotalTimeout);
+
+  /// Records that the other side answered: the inactivity wait starts again.
+  void progressed();
+  /// When the current wait ends.
+  Clock::time_point current() const;
+  /// Whether the current wait has ended.
+  bool expired() const { return Clock::now() >= current(); }
+
+ private:
+  std::chrono::milliseconds inactivity_;
+  Clock::time_point end_;
+  Clock::time_point lastProgress_;
+};
+
+/// What converting a selection to a target gave.
+struct SelectionConversion {
+  enum class Result {
+    kConverted,  // the owner answered with a value
+    kNoOwner,    // nobody owns the selection
+    kRefused,    // the owner answered that it cannot convert (property None)
+    kTimedOut,   // the owner did not answer before the deadline
+    kFailed,     // the answer was unreadable or the connection broke
+  };
+  Result result = Result::kFailed;
+  /// Atom name of the value's type, e.g. "UTF8_STRING" or "ATOM"; after an
+  /// INCR transfer, the type of its chunks.
+  std::string typeName;
+  /// 8, 16 or 32.
+  int format = 0;
+  /// The value. Format 8: the bytes. Formats 16 and 32: the items packed as
+  /// consecutive native-endian uint16_t / uint32_t (Xlib hands format 32
+  /// items out as one `long` each; they are packed down to 32 bits here).
+  std::string data;
+
+  /// The items of a format-32 value (atoms, integers); empty otherwise.
+  std::vector<uint32_t> values32() const;
+};
+
+/// Asks the owner of `selection` to convert it to `target` into a property
+/// of `requestor`, waits for the answer and reads it, following INCR
+/// transfers. `requestor` must be a window of this connection that it has
+/// selected PropertyChangeMask on (see createSelectionWindow). Events of
+/// other windows stay queued. After kTimedOut the owner may still answer
+/// later: use a fresh requestor window (or connection) for the next one.
+SelectionConversion convertSelection(Display* display, Window requestor,
+                                     Atom selection, Atom target,
+                                     std::chrono::milliseconds
+                                         inactivityTimeout);
+/// The same within an operation's deadline shared by several conversions.
+SelectionConversion convertSelection(Display* display, Window requestor,
+                                     Atom selection, Atom target,
+                                     ConversionDeadline& deadline);
+
+/// The owner's TARGETS as atom names, in the owner's order (names the
+/// server does not know are left out); nothing when the conversion failed.
+std::optional<std::vector<std::string>> selectionTargets(
+    Display* display, Window requestor, Atom selection,
+    ConversionDeadline& deadline);
+
+/// The names of `atoms` in one round trip; nothing for an atom the server
+/// does not know (owners may send any number).
+std::vector<std::optional<std::string>> atomNames(
+    Display* display, const std::vector<Atom>& atoms);
+
+/// A hidden window for selection work, selected for PropertyChangeMask by
+/// this connection. The caller destroys it (or closes the connection).
+Window createSelectionWindow(Display* display);
+
+/// The server's current time, read from the PropertyNotify of a zero-length
+/// append to a property of `window` (selected for PropertyChangeMask, as
+/// createSelectionWindow does); nothing at the deadline.
+std::optional<Time> serverTime(Display* display, Window window,
+                               ConversionDeadline& deadline);
+
+/// Makes `owner` the owner of `selection` at a real server time (ICCCM
+/// forbids CurrentTime for owners); that time, or nothing when the server
+/// did not hand the selection over.
+std::optional<Time> acquireSelection(Display* display, Window owner,
+                                     Atom selection,
+                                     ConversionDeadline& deadline);
+
+/// An X connection of its own with a window for selection work. A broken
+/// connection (the server went away) never ends the process: operations on
+/// it fail and broken() tells.
+class SelectionConnection {
+ public:
+  /// Opens `displayName` (empty: $DISPLAY) and interns `atomNames` in the
+  /// same round trip, so that later XInternAtom calls for them are answered
+  /// from Xlib's cache. Null when the display does not open.
+  static std::unique_ptr<SelectionConnection> open(
+      const std::string& displayName,
+      const std::vector<const char*>& atomNames = {});
+  ~SelectionConnection();
+  SelectionConnection(const SelectionConnection&) = delete;
+  SelectionConnection& operator=(const SelectionConnection&) = delete;
+
+  Display* display() const { return display_; }
+  Window window() const { return window_; }
+  /// Whether the connection to the server is lost.
+  bool broken() const;
+
+ private:
+  SelectionConnection(Display* display, Window window)
+      : display_(display), window_(window) {}
+
+  Display* display_;
+  Window window_;
+};
+
+/// A value an owner answers a target with.
+struct OfferedTarget {
+  Atom target = 0;
+  Atom type = 0;
+  /// 8, or 32 with `data` holding packed uint32_t items.
+  int format = 8;
+  std::shared_ptr<const std::string> data;
+};
+
+/// The owner side of one selection: answers SelectionRequest events (TARGETS,
+/// TIMESTAMP, MULTIPLE and the offered targets, INCR for large values),
+/// refuses everything else, and notices SelectionClear. With no offered
+/// targets it is an empty owner whose TARGETS are only TARGETS and TIMESTAMP.
+/// It never waits: the caller reads events and hands them over.
+class SelectionServer {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// Serves `selection`, which `owner` (a window of `display`) acquired at
+  /// `acquired`.
+  SelectionServer(Display* display, Window owner, Atom selection,
+                  Time acquired, std::vector<OfferedTarget> targets);
+  /// Stops listening to the requestors of unfinished transfers.
+  ~SelectionServer();
+  SelectionServer(const SelectionServer&) = delete;
+  SelectionServer& operator=(const SelectionServer&) = delete;
+
+  /// Handles `event` when it is a request to this owner, its SelectionClear
+  /// or a step of one of its INCR transfers; false for any other event.
+  bool handleEvent(const XEvent& event);
+  /// Whether another client took the selection.
+  bool lost() const { return lost_; }
+  /// Whether INCR transfers are still going on.
+  bool transferring() const { return !transfers_.empty(); }
+  /// When the most stalled transfer should be given up; nothing without
+  /// transfers.
+  std::optional<Clock::time_point> nextDeadline() const;
+  /// Gives up transfers whose requestor stopped reading before `now`.
+  void expireTransfers(Clock::time_point now);
+  /// Values larger than this many bytes go by INCR.
+  size_t chunkSize() const { return chunkSize_; }
+
+ private:
+  struct Transfer {
+    Atom type = 0;
+    std::shared_ptr<const std::string> data;
+    size_t offset = 0;
+    Clock::time_point lastActivity;
+  };
+  using TransferKey = std::pair<Window, Atom>;
+
+  void handleRequest(const XSelectionRequestEvent& request);
+  bool answer(Window requestor, Atom target, Atom property);
+  bool answerMultiple(Window requestor, Atom property);
+  void handlePropertyDeleted(const XPropertyEvent& event);
+  void listenTo(Window requestor, bool listen);
+  void forget(std::map<TransferKey, Transfer>::iterator transfer);
+
+  Display* display_;
+  Window owner_;
+  Atom selection_;
+  Time acquired_;
+  std::vector<OfferedTarget> targets_;
+  size_t chunkSize_;
+  bool lost_ = false;
+  std::map<TransferKey, Transfer> transfers_;
+  // Atoms of the protocol, interned once.
+  Atom targetsAtom_, timestampAtom_, multipleAtom_, incrAtom_, atomPairAtom_;
+};
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_SELECTION_X11_H_
