@@ -145,10 +145,11 @@ TEST_F(GetSelectionOnX11Test, AnEditorsSelectionIsReadDirectly) {
   const uint32_t window =
       startApplication({"mousepad", writeFile("note.txt", text)}, "mousepad");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
   selectAll(window);
   ASSERT_TRUE(waitForSelection("primary", text));
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer, json({{"success", true},
                                  {"text", text},
@@ -163,12 +164,13 @@ TEST_F(GetSelectionOnX11Test, AnotherProgramsPrimaryIsNeverTaken) {
   const uint32_t window = startApplication(
       {"mousepad", writeFile("note.txt", "editor text")}, "mousepad");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
   selectAll(window);
   ASSERT_TRUE(waitForSelection("primary", "editor text"));
   // Taking PRIMARY away makes the editor drop its selection.
   own("primary", "other program");
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
   EXPECT_TRUE(logged(result,
@@ -191,7 +193,6 @@ TEST_F(GetSelectionOnX11Test, ABrowserCopyBringsTextAndHtml) {
        "file://" + page},
       "chromium");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
   // The page needs a moment to render before select-all finds its text.
   std::optional<std::string> selected;
   for (int attempt = 0; attempt < 40 && selected != "Hello bold world";
@@ -205,6 +206,8 @@ TEST_F(GetSelectionOnX11Test, ABrowserCopyBringsTextAndHtml) {
   // copy brings it.
   own("primary", "other program");
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer["success"], true) << result.run.standardError;
   EXPECT_EQ(result.answer["method"], "cgevent");
@@ -227,10 +230,11 @@ TEST_F(GetSelectionOnX11Test, AFileManagerCopyBringsPaths) {
   const uint32_t window =
       startApplication({"pcmanfm", "--new-win", files.string()}, "pcmanfm");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
   selectAll(window);
   std::this_thread::sleep_for(300ms);
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer["success"], true) << result.run.standardError;
   EXPECT_EQ(result.answer["method"], "cgevent");
@@ -248,18 +252,20 @@ TEST_F(GetSelectionOnX11Test, AWordProcessorCopyBringsHtml) {
   const uint32_t window = startApplication(
       {"abiword", writeFile("doc.txt", "Rich words here")}, "abiword");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
   selectAll(window);
   std::this_thread::sleep_for(300ms);
   own("primary", "other program");
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer["method"], "cgevent") << result.run.standardError;
   EXPECT_EQ(result.answer["text"], "Rich words here");
   ASSERT_TRUE(result.answer.contains("html"));
   EXPECT_NE(result.answer["html"].get<std::string>().find("Rich words here"),
             std::string::npos);
-  EXPECT_EQ(readSelection("clipboard"), "saved text");
+  EXPECT_EQ(readSelection("clipboard"), "saved text")
+      << result.run.standardError;
 }
 
 TEST_F(GetSelectionOnX11Test, ATerminalsProgramIsNeverInterrupted) {
@@ -270,8 +276,9 @@ TEST_F(GetSelectionOnX11Test, ATerminalsProgramIsNeverInterrupted) {
   const uint32_t window = visibleWindow("xterm");
   ASSERT_NE(window, 0u);
   xdotool({"windowactivate", "--sync", std::to_string(window)});
-  own("clipboard", "saved text");
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
   EXPECT_TRUE(logged(result, "[tovrin] Frontmost app: XTerm, finder=false"));
@@ -290,11 +297,12 @@ TEST_F(GetSelectionOnX11Test, AFrozenApplicationCostsBoundedTime) {
   ASSERT_TRUE(pid);
   const uint32_t window = visibleWindow("mousepad");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
   selectAll(window);
   ASSERT_TRUE(waitForSelection("primary", "frozen text"));
   ASSERT_TRUE(xvfb().signal(*pid, SIGSTOP));
 
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
   const Answer result = getSelection();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
   EXPECT_TRUE(logged(result,
@@ -313,12 +321,14 @@ TEST_F(GetSelectionOnX11Test, AClipboardManagerIsNotMistakenForACopy) {
   const uint32_t window = startApplication(
       {"mousepad", writeFile("note.txt", "editor text")}, "mousepad");
   ASSERT_NE(window, 0u);
-  own("clipboard", "saved text");
-  std::this_thread::sleep_for(500ms);  // the manager takes its copy
   selectAll(window);
   ASSERT_TRUE(waitForSelection("primary", "editor text"));
   own("primary", "other program");
 
+  own("clipboard", "saved text");
+  // The manager copies every new owner's content, and would put it back
+  // when the clipboard is emptied.
+  std::this_thread::sleep_for(500ms);
   const Answer result = getSelection();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
   EXPECT_EQ(readSelection("clipboard"), "saved text");

@@ -1,0 +1,15 @@
+#ifndef TOVRIN_PLATFORM_PASTEBOARD_MAC_H_
+#define TOVRIN_PLATFORM_PASTEBOARD_MAC_H_
+
+#include <memory>
+
+#include "platform/platform.h"
+
+namespace tovrin {
+
+/// AppKit's general pasteboard behind the seam's Pasteboard.
+std::shared_ptr<Pasteboard> createGeneralPasteboard();
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_PASTEBOARD_MAC_H_
