@@ -2,8 +2,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "platform/system.h"
 
 namespace tovrin {
@@ -17,15 +15,7 @@ void writeLogLine(std::string_view line) {
       formatLogLine(localTime, now.tv_nsec / 1000000, static_cast<long>(getpid()),
                     static_cast<long>(gettid()), line);
   // One write, so that lines of concurrent writers never interleave.
-  std::string_view rest = text;
-  while (!rest.empty()) {
-    const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      return;
-    }
-    rest.remove_prefix(static_cast<size_t>(written));
-  }
+  writeAll(STDERR_FILENO, text);
 }
 
 }  // namespace tovrin

@@ -72,7 +72,7 @@ class X11KeyboardEvent : public KeyboardEvent {
   uint64_t flags_ = 0;
 };
 
-class X11Platform : public Platform {
+class X11Platform : public SystemPlatform {
  public:
   ~X11Platform() override {
     // Keys still down and a borrowed key code go back before the
@@ -152,22 +152,6 @@ class X11Platform : public Platform {
   }
   std::optional<ParsedURL> parseURL(std::string_view text) override {
     return parseURLWithUriparser(text);
-  }
-
-  double now() override { return wallClockNow(); }
-  void sleep(double seconds) override { sleepSeconds(seconds); }
-  std::chrono::nanoseconds monotonicNow() override {
-    return monotonicClockNow();
-  }
-  std::shared_ptr<Semaphore> createSemaphore() override {
-    return createSystemSemaphore();
-  }
-  void dispatchAsync(std::function<void()> work) override {
-    dispatchToWorker(std::move(work));
-  }
-  void log(std::string_view line) override { writeLogLine(line); }
-  void writeOutput(std::string_view text) override {
-    writeStandardOutput(text);
   }
 
  private:

@@ -23,15 +23,20 @@ std::chrono::nanoseconds monotonicClockNow() {
   return std::chrono::steady_clock::now().time_since_epoch();
 }
 
-void writeStandardOutput(std::string_view text) {
+bool writeAll(int fd, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
+    const ssize_t written = ::write(fd, text.data(), text.size());
     if (written < 0) {
       if (errno == EINTR) continue;
-      return;
+      return false;
     }
     text.remove_prefix(static_cast<size_t>(written));
   }
+  return true;
+}
+
+void writeStandardOutput(std::string_view text) {
+  writeAll(STDOUT_FILENO, text);
 }
 
 std::string formatLogLine(const std::tm& localTime, long milliseconds,

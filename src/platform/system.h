@@ -36,6 +36,31 @@ std::shared_ptr<Semaphore> createSystemSemaphore();
 /// never waits for it to end.
 void dispatchToWorker(std::function<void()> work);
 
+/// The services above as the Platform's operations, for real backends to
+/// derive from: they add what is particular to their desktop.
+class SystemPlatform : public Platform {
+ public:
+  double now() override { return wallClockNow(); }
+  void sleep(double seconds) override { sleepSeconds(seconds); }
+  std::chrono::nanoseconds monotonicNow() override {
+    return monotonicClockNow();
+  }
+  std::shared_ptr<Semaphore> createSemaphore() override {
+    return createSystemSemaphore();
+  }
+  void dispatchAsync(std::function<void()> work) override {
+    dispatchToWorker(std::move(work));
+  }
+  void log(std::string_view line) override { writeLogLine(line); }
+  void writeOutput(std::string_view text) override {
+    writeStandardOutput(text);
+  }
+};
+
+/// Writes all of `text` to the file descriptor `fd` in as few writes as it
+/// takes (one, normally); false when writing failed.
+bool writeAll(int fd, std::string_view text);
+
 /// The line as NSLog writes it to standard error:
 /// "YYYY-MM-DD HH:MM:SS.mmm tovrin[PID:TID] " then `line` and a line feed,
 /// in local time with the milliseconds truncated.
