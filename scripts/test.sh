@@ -48,3 +48,7 @@ corpus=$(mktemp -d)
 trap 'rm -rf "$corpus"' EXIT
 build/fuzz/rtf_to_html_fuzz -max_total_time=30 -max_len=8192 \
   -print_final_stats=1 "$corpus" tests/rtf_samples 2>&1 | tail -n 3
+
+echo "== the macOS backend, type-checked against the declared Apple interfaces"
+bash tests/macos/typecheck.sh
+bash tests/macos/typecheck.sh --self-test

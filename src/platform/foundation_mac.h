@@ -22,7 +22,8 @@ class CFOwned {
  public:
   CFOwned() = default;
   explicit CFOwned(Ref ref) : ref_(ref) {}
-  CFOwned(CFOwned&& other) noexcept : ref_(std::exchange(other.ref_, nullptr)) {}
+  CFOwned(CFOwned&& other) noexcept
+      : ref_(std::exchange(other.ref_, nullptr)) {}
   CFOwned& operator=(CFOwned&& other) noexcept {
     if (this != &other) {
       reset();

@@ -34,16 +34,16 @@ NSPasteboardType typeFor(PasteboardType type) {
     case PasteboardType::kFileURL:
       return NSPasteboardTypeFileURL;
   }
-  return NSPasteboardTypeString;
+  return nil;  // no entry has a type that is not in the enum
 }
 
 // Readers run on dispatch workers while the main thread waits, and a reader
 // that missed its deadline may still be inside AppKit when the next read
 // starts. The object itself is safe to share: its one member is set once, in
-// the constructor, and only read after. The calls go to NSPasteboard, which
-// talks to the pasteboard server for each of them; they are not serialised
-// here, because a lock would hold every later read, and the restoring write
-// on the main thread, behind a reader stuck on a slow application.
+// the constructor, and only read after; each call has its own autorelease
+// pool, which a worker thread needs. The calls into NSPasteboard are not
+// serialised here: a lock would hold every later read, and the restoring
+// write on the main thread, behind a reader stuck on a slow application.
 class MacPasteboard : public Pasteboard {
  public:
   explicit MacPasteboard(NSPasteboard* pasteboard) : pasteboard_(pasteboard) {}
@@ -76,9 +76,9 @@ class MacPasteboard : public Pasteboard {
       NSData* data = [pasteboard_ dataForType:typeFor(type)];
       if (data == nil) return;
       const NSUInteger length = data.length;
-      result = length == 0 ? std::string()
-                           : std::string(static_cast<const char*>(data.bytes),
-                                         length);
+      result = length == 0
+                   ? std::string()
+                   : std::string(static_cast<const char*>(data.bytes), length);
     });
     return result;
   }
@@ -113,7 +113,9 @@ class MacPasteboard : public Pasteboard {
     runGuarded([&] {
       NSArray* objects = [pasteboard_
           readObjectsForClasses:@[ NSURL.class ]
-                        options:@{NSPasteboardURLReadingFileURLsOnlyKey : @YES}];
+                        options:@{
+                          NSPasteboardURLReadingFileURLsOnlyKey : @YES
+                        }];
       if (objects == nil) return;
       std::vector<PasteboardURLObject> found;
       found.reserve(objects.count);

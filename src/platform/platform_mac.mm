@@ -101,7 +101,10 @@ class MacKeyboardEvent : public KeyboardEvent {
   CFOwned<CGEventRef> event_;
 };
 
-class MacPlatform : public Platform {
+// Time, threads and output are the shared system services of
+// SystemPlatform: on macOS the log goes through NSLog (log_mac.mm) and the
+// workers are dispatch's (worker_mac.mm).
+class MacPlatform : public SystemPlatform {
  public:
   // Accessibility.
   bool isProcessTrusted() override { return AXIsProcessTrusted() != 0; }
@@ -186,15 +189,15 @@ class MacPlatform : public Platform {
     std::optional<std::string> html;
     runGuarded([&] {
       NSData* data = [NSData dataWithBytes:rtf.data() length:rtf.size()];
-      NSAttributedString* text =
-          [[NSAttributedString alloc] initWithRTF:data documentAttributes:nil];
+      NSAttributedString* text = [[NSAttributedString alloc] initWithRTF:data
+                                                      documentAttributes:nil];
       if (text == nil) return;
-      NSData* encoded = [text
-               dataFromRange:NSMakeRange(0, text.length)
-          documentAttributes:@{
-            NSDocumentTypeDocumentAttribute : NSHTMLTextDocumentType
-          }
-                       error:nil];
+      NSData* encoded =
+          [text dataFromRange:NSMakeRange(0, text.length)
+              documentAttributes:@{
+                NSDocumentTypeDocumentAttribute : NSHTMLTextDocumentType
+              }
+                           error:nil];
       if (encoded == nil) return;
       NSString* decoded = [[NSString alloc] initWithData:encoded
                                                 encoding:NSUTF8StringEncoding];
@@ -215,25 +218,6 @@ class MacPlatform : public Platform {
       parsed = std::move(result);
     });
     return parsed;
-  }
-
-  // Time and threads: the shared system services.
-  double now() override { return wallClockNow(); }
-  void sleep(double seconds) override { sleepSeconds(seconds); }
-  std::chrono::nanoseconds monotonicNow() override {
-    return monotonicClockNow();
-  }
-  std::shared_ptr<Semaphore> createSemaphore() override {
-    return createSystemSemaphore();
-  }
-  void dispatchAsync(std::function<void()> work) override {
-    dispatchToWorker(std::move(work));
-  }
-
-  // Output.
-  void log(std::string_view line) override { writeLogLine(line); }
-  void writeOutput(std::string_view text) override {
-    writeStandardOutput(text);
   }
 
  private:

@@ -33,7 +33,10 @@ void appendUtf16(std::string_view valid, std::vector<uint16_t>& units) {
   size_t i = 0;
   while (i < valid.size()) {
     const auto lead = static_cast<unsigned char>(valid[i]);
-    const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    const size_t length = lead < 0x80   ? 1
+                          : lead < 0xE0 ? 2
+                          : lead < 0xF0 ? 3
+                                        : 4;
     char32_t c = length == 1   ? lead
                  : length == 2 ? lead & 0x1F
                  : length == 3 ? lead & 0x0F

@@ -33,13 +33,14 @@ CF_IMPLICIT_BRIDGING_ENABLED
 CF_ASSUME_NONNULL_BEGIN
 
 extern Boolean AXIsProcessTrusted(void);
-extern Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef _Nullable options);
+extern Boolean AXIsProcessTrustedWithOptions(
+    CFDictionaryRef _Nullable options);
 extern CFStringRef kAXTrustedCheckOptionPrompt;
 
 extern AXUIElementRef AXUIElementCreateSystemWide(void);
-extern AXError AXUIElementCopyAttributeValue(AXUIElementRef element,
-                                             CFStringRef attribute,
-                                             CFTypeRef _Nullable *_Nonnull value);
+extern AXError AXUIElementCopyAttributeValue(
+    AXUIElementRef element, CFStringRef attribute,
+    CFTypeRef _Nullable *_Nonnull value);
 
 CF_ASSUME_NONNULL_END
 CF_IMPLICIT_BRIDGING_DISABLED
