@@ -78,8 +78,7 @@ void buildPointers(LaunchPlan& plan) {
 std::vector<std::string> environmentWith(
     const std::vector<std::string>& overrides) {
   std::vector<std::string> entries;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr;
-       ++entry) {
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     entries.emplace_back(*entry);
   }
   for (const std::string& override : overrides) {
@@ -98,17 +97,23 @@ std::vector<std::string> environmentWith(
 pid_t launch(const LaunchPlan& plan) {
   pid_t parent = getpid();
   pid_t pid = fork();
-  if (pid != 0) return pid;
+  if (pid != 0) {
+    // Both sides set the group, so that it exists whichever runs first.
+    if (pid > 0) setpgid(pid, pid);
+    return pid;
+  }
   setpgid(0, 0);
   // Dies with the test instead of lingering after a crash.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(127);
+  // Out of the way first: /dev/null may open as fd 3.
+  int keep = plan.keepFd >= 0 ? fcntl(plan.keepFd, F_DUPFD, 10) : -1;
   int devNull = open("/dev/null", O_RDWR);
-  if (plan.keepFd >= 0) dup2(plan.keepFd, 3);
   dup2(plan.stdinFd >= 0 ? plan.stdinFd : devNull, 0);
   dup2(plan.stdoutFd >= 0 ? plan.stdoutFd : devNull, 1);
   dup2(plan.stderrFd >= 0 ? plan.stderrFd : devNull, 2);
-  close_range(plan.keepFd >= 0 ? 4 : 3, ~0U, 0);
+  if (keep >= 0) dup2(keep, 3);
+  close_range(keep >= 0 ? 4 : 3, ~0U, 0);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -149,10 +154,10 @@ bool hasClass(xcb_connection_t* connection, xcb_window_t window,
                        XCB_ATOM_STRING, 0, 256),
       nullptr));
   if (!reply || reply->format != 8) return false;
-  const char* value = static_cast<const char*>(xcb_get_property_value(
-      reply.get()));
-  std::string_view text(value, static_cast<size_t>(
-                                   xcb_get_property_value_length(reply.get())));
+  const char* value =
+      static_cast<const char*>(xcb_get_property_value(reply.get()));
+  std::string_view text(
+      value, static_cast<size_t>(xcb_get_property_value_length(reply.get())));
   // "instance\0class\0"
   while (!text.empty()) {
     size_t end = text.find('\0');
@@ -189,13 +194,13 @@ bool windowManagerRuns(const std::string& display) {
         xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
     const char name[] = "_NET_SUPPORTING_WM_CHECK";
     auto atom = owned(xcb_intern_atom_reply(
-        connection,
-        xcb_intern_atom(connection, 1, sizeof name - 1, name), nullptr));
+        connection, xcb_intern_atom(connection, 1, sizeof name - 1, name),
+        nullptr));
     if (atom && atom->atom != XCB_ATOM_NONE) {
       auto property = owned(xcb_get_property_reply(
           connection,
-          xcb_get_property(connection, 0, root, atom->atom, XCB_ATOM_WINDOW,
-                           0, 1),
+          xcb_get_property(connection, 0, root, atom->atom, XCB_ATOM_WINDOW, 0,
+                           1),
           nullptr));
       runs = property && xcb_get_property_value_length(property.get()) == 4;
     }
@@ -215,9 +220,8 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) return fail("no pipe for -displayfd");
   LaunchPlan plan;
-  plan.argvStorage = {"Xvfb",    "-displayfd", "3",           "-screen",
-                      "0",       options.screen, "-nolisten", "tcp",
-                      "-noreset"};
+  plan.argvStorage = {"Xvfb",         "-displayfd", "3",   "-screen", "0",
+                      options.screen, "-nolisten",  "tcp", "-noreset"};
   plan.envStorage = environmentWith({});
   plan.keepFd = fds[1];
   buildPointers(plan);
@@ -243,8 +247,9 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
   }
   close(fds[0]);
   if (number.find('\n') == std::string::npos) {
-    return fail("Xvfb did not report a display within the deadline (is the "
-                "xvfb package installed?)");
+    return fail(
+        "Xvfb did not report a display within the deadline (is the "
+        "xvfb package installed?)");
   }
   session->display_ = ":" + number.substr(0, number.find('\n'));
 
@@ -252,10 +257,11 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
     session->previousDisplay_ = previous;
   }
   setenv("DISPLAY", session->display_.c_str(), 1);
+  session->displayVariableSet_ = true;
 
   if (options.windowManager) {
-    auto wm = session->spawn({"matchbox-window-manager", "-use_titlebar",
-                              "no"});
+    auto wm =
+        session->spawn({"matchbox-window-manager", "-use_titlebar", "no"});
     if (!wm) return fail("matchbox-window-manager did not start");
     while (!windowManagerRuns(session->display_)) {
       if (Clock::now() >= deadline || !session->running(*wm)) {
@@ -274,6 +280,7 @@ XvfbSession::~XvfbSession() {
   }
   children_.clear();
   stopServer();
+  if (!displayVariableSet_) return;
   if (previousDisplay_) {
     setenv("DISPLAY", previousDisplay_->c_str(), 1);
   } else {
@@ -346,17 +353,17 @@ std::string XvfbSession::output(pid_t pid, std::chrono::milliseconds timeout) {
   return text;
 }
 
-std::optional<RunResult> XvfbSession::run(
-    const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
-    SpawnOptions options) {
+std::optional<RunResult> XvfbSession::run(const std::vector<std::string>& argv,
+                                          std::chrono::milliseconds timeout,
+                                          SpawnOptions options) {
   options.captureOutput = true;
   std::optional<pid_t> pid = spawn(argv, options);
   if (!pid) return std::nullopt;
   auto deadline = Clock::now() + timeout;
   // Reading as it comes keeps a chatty program from blocking on a full pipe.
   std::string text = output(*pid, timeout);
-  std::optional<ProcessExit> exit = waitForExit(
-      *pid, milliseconds(msUntil(deadline)));
+  std::optional<ProcessExit> exit =
+      waitForExit(*pid, milliseconds(msUntil(deadline)));
   if (!exit) {
     terminate(*pid);
     return std::nullopt;
@@ -384,9 +391,11 @@ bool XvfbSession::running(pid_t pid) {
 
 void XvfbSession::endProcess(Child& child) {
   if (!child.exit) {
-    kill(-child.pid, SIGTERM);
-    // A stopped process handles SIGTERM only once it is resumed.
-    kill(-child.pid, SIGCONT);
+    for (pid_t target : {-child.pid, child.pid}) {
+      kill(target, SIGTERM);
+      // A stopped process handles SIGTERM only once it is resumed.
+      kill(target, SIGCONT);
+    }
     std::optional<int> status = reap(child.pid, Clock::now() + kTerminateGrace);
     if (!status) {
       kill(-child.pid, SIGKILL);

@@ -82,7 +82,8 @@ class XvfbSession {
                              const SpawnOptions& options = {});
   /// Waits for a process started here to end and reaps it; nothing when it
   /// still runs at the deadline. (Its group is still ended at the end.)
-  std::optional<ProcessExit> waitForExit(pid_t pid, std::chrono::milliseconds timeout);
+  std::optional<ProcessExit> waitForExit(pid_t pid,
+                                         std::chrono::milliseconds timeout);
   /// Reads a process's captured output until it closes it or the deadline
   /// passes, whichever comes first.
   std::string output(pid_t pid, std::chrono::milliseconds timeout);
@@ -121,6 +122,7 @@ class XvfbSession {
   std::string display_;
   pid_t serverPid_ = -1;
   std::optional<std::string> previousDisplay_;
+  bool displayVariableSet_ = false;
   std::vector<Child> children_;
 };
 

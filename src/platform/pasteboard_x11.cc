@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +15,9 @@
 #include <climits>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "platform/selection_x11.h"
@@ -41,12 +44,32 @@ constexpr const char kSaveTargetsProperty[] = "TOVRIN_SAVE_TARGETS";
 constexpr const char kWmPid[] = "_NET_WM_PID";
 
 // Interned when a connection opens, in one round trip.
-const std::vector<const char*> kAtomNames = {
-    kClipboard,        kTargets,         "TIMESTAMP",    "MULTIPLE",
-    "INCR",            "ATOM_PAIR",      kUtf8String,    kPlainUtf8,
-    kHtml,             kRtf,             kApplicationRtf, kUriList,
-    kGnomeCopiedFiles, kClipboardManager, kSaveTargets,  kSaveTargetsProperty,
-    kWmPid,            "TOVRIN_SELECTION", "TOVRIN_TIMESTAMP"};
+constexpr const char* kAtomNames[] = {kClipboard,
+                                      kTargets,
+                                      "TIMESTAMP",
+                                      "MULTIPLE",
+                                      "INCR",
+                                      "ATOM_PAIR",
+                                      kUtf8String,
+                                      kPlainUtf8,
+                                      kHtml,
+                                      kRtf,
+                                      kApplicationRtf,
+                                      kUriList,
+                                      kGnomeCopiedFiles,
+                                      kClipboardManager,
+                                      kSaveTargets,
+                                      kSaveTargetsProperty,
+                                      kWmPid,
+                                      "TOVRIN_SELECTION",
+                                      "TOVRIN_TIMESTAMP"};
+
+std::unique_ptr<SelectionConnection> openConnection(
+    const std::string& displayName) {
+  return SelectionConnection::open(
+      displayName,
+      std::vector<const char*>(std::begin(kAtomNames), std::end(kAtomNames)));
+}
 
 // Idle connections kept for the next operations; more are opened while
 // operations overlap.
@@ -54,6 +77,8 @@ constexpr size_t kIdleConnections = 2;
 // How often a serving child checks that it still owns CLIPBOARD when
 // nothing happens (it is told by SelectionClear; this is a safety net).
 constexpr std::chrono::seconds kOwnershipCheckPeriod{60};
+// How long a server process started ahead of need waits for its text.
+constexpr std::chrono::seconds kIdleServerLifetime{30};
 
 Atom atom(Display* display, const char* name) {
   return XInternAtom(display, name, False);
@@ -137,8 +162,14 @@ class UniqueFd {
  public:
   explicit UniqueFd(int fd = -1) : fd_(fd) {}
   ~UniqueFd() { reset(); }
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
+  UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept {
+    if (this != &other) {
+      reset();
+      fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+  }
   int get() const { return fd_; }
   void reset() {
     if (fd_ >= 0) close(fd_);
@@ -149,7 +180,8 @@ class UniqueFd {
   int fd_;
 };
 
-// What the processes of setString() tell the parent through their pipe.
+// What the processes of a ServerProcess tell the parent. Each message is
+// shorter than PIPE_BUF, so it arrives whole.
 struct ChildMessage {
   char kind;
   int32_t pid;
@@ -163,22 +195,21 @@ void report(int fd, char kind, int32_t pid) {
   std::memset(&message, 0, sizeof message);
   message.kind = kind;
   message.pid = pid;
-  // Shorter than PIPE_BUF, so written whole or not at all.
-  ssize_t written = write(fd, &message, sizeof message);
+  ssize_t written = send(fd, &message, sizeof message, MSG_NOSIGNAL);
   (void)written;
 }
 
-// Leaves the server only its report pipe and /dev/null as standard streams,
-// so that it holds open neither the host's pipes nor the parent's X
-// connections (which would keep the parent's windows alive).
-int detachDescriptors(int reportFd) {
-  if (reportFd < 3) reportFd = fcntl(reportFd, F_DUPFD, 3);
+// Leaves the server only its socket and /dev/null as standard streams, so
+// that it holds open neither the host's pipes nor the parent's X connections
+// (which would keep the parent's windows alive).
+int detachDescriptors(int keepFd) {
+  if (keepFd < 3) keepFd = fcntl(keepFd, F_DUPFD, 3);
   int devNull = open("/dev/null", O_RDWR);
   if (devNull >= 0) {
     for (int stream = 0; stream < 3; ++stream) {
       if (devNull != stream) dup2(devNull, stream);
     }
-    if (devNull > 2 && devNull != reportFd) close(devNull);
+    if (devNull > 2 && devNull != keepFd) close(devNull);
   }
   auto closeFrom = [](unsigned first, unsigned last) {
     if (first > last) return;
@@ -188,9 +219,9 @@ int detachDescriptors(int reportFd) {
       close(static_cast<int>(fd));
     }
   };
-  closeFrom(3, static_cast<unsigned>(reportFd) - 1);
-  closeFrom(static_cast<unsigned>(reportFd) + 1, ~0U);
-  return reportFd;
+  closeFrom(3, static_cast<unsigned>(keepFd) - 1);
+  closeFrom(static_cast<unsigned>(keepFd) + 1, ~0U);
+  return keepFd;
 }
 
 // The parent's signal handlers and mask mean nothing to the server.
@@ -202,7 +233,6 @@ void resetSignals() {
       signal(signalNumber, SIG_DFL);
     }
   }
-  // A reader of the report pipe that gave up must not kill the server.
   signal(SIGPIPE, SIG_IGN);
   sigset_t none;
   sigemptyset(&none);
@@ -236,15 +266,63 @@ void askClipboardManagerToSave(Display* display, Window window, Time time) {
   XFlush(display);
 }
 
-// The server process: owns CLIPBOARD with `text` until another client takes
-// it or the display goes away. Returns its exit status.
-int serveText(int reportFd, const std::string& displayName,
-              std::string_view text) {
-  auto connection = SelectionConnection::open(displayName, kAtomNames);
+enum class Transfer { kDone, kClosed, kTimedOut };
+
+// Waits until `fd` is ready for `events`, at most until `deadline`.
+bool waitFor(int fd, short events, Clock::time_point deadline) {
+  for (;;) {
+    auto now = Clock::now();
+    if (now >= deadline) return false;
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
+    pollfd entry = {fd, events, 0};
+    int ready = poll(&entry, 1, static_cast<int>(left.count()));
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) return false;
+  }
+}
+
+// Reads exactly `size` bytes; waits for the first one until `firstDeadline`,
+// then gives up after kX11ConversionTimeout without progress.
+Transfer receiveAll(int fd, char* buffer, size_t size,
+                    Clock::time_point firstDeadline) {
+  Clock::time_point deadline = firstDeadline;
+  size_t done = 0;
+  while (done < size) {
+    if (!waitFor(fd, POLLIN, deadline)) return Transfer::kTimedOut;
+    ssize_t count = recv(fd, buffer + done, size - done, MSG_DONTWAIT);
+    if (count == 0) return Transfer::kClosed;
+    if (count < 0) {
+      if (errno == EINTR || errno == EAGAIN) continue;
+      return Transfer::kClosed;
+    }
+    done += static_cast<size_t>(count);
+    deadline = Clock::now() + kX11ConversionTimeout;
+  }
+  return Transfer::kDone;
+}
+
+// The server process: opens the display, waits for the text (nothing comes
+// when the parent never needs it), then owns CLIPBOARD with it until another
+// client takes it or the display goes away. Returns its exit status.
+int runServer(int socketFd, const std::string& displayName) {
+  auto connection = openConnection(displayName);
   if (!connection) {
-    report(reportFd, kServerFailed, 0);
+    report(socketFd, kServerFailed, 0);
     return 1;
   }
+  uint64_t size = 0;
+  if (receiveAll(socketFd, reinterpret_cast<char*>(&size), sizeof size,
+                 Clock::now() + kIdleServerLifetime) != Transfer::kDone) {
+    return 0;
+  }
+  std::string text;
+  if (size > text.max_size()) return 1;
+  text.resize(static_cast<size_t>(size));
+  if (receiveAll(socketFd, text.data(), text.size(),
+                 Clock::now() + kX11ConversionTimeout) != Transfer::kDone) {
+    return 1;
+  }
+
   Display* display = connection->display();
   Window window = connection->window();
   // Tells tools (and tests) which process serves the clipboard.
@@ -256,13 +334,14 @@ int serveText(int reportFd, const std::string& displayName,
   std::optional<Time> acquired =
       acquireSelection(display, window, clipboard, deadline);
   if (!acquired) {
-    report(reportFd, kServerFailed, 0);
+    report(socketFd, kServerFailed, 0);
     return 1;
   }
   SelectionServer server(display, window, clipboard, *acquired,
                          textTargets(display, text));
-  report(reportFd, kServerOwns, static_cast<int32_t>(getpid()));
-  close(reportFd);
+  text = std::string();
+  report(socketFd, kServerOwns, static_cast<int32_t>(getpid()));
+  close(socketFd);
   askClipboardManagerToSave(display, window, *acquired);
 
   for (;;) {
@@ -281,8 +360,9 @@ int serveText(int reportFd, const std::string& displayName,
     }
     auto wait = std::chrono::ceil<std::chrono::milliseconds>(wake - now);
     pollfd fd = {ConnectionNumber(display), POLLIN, 0};
-    int ready = poll(&fd, 1, static_cast<int>(std::max<int64_t>(
-                                 0, std::min<int64_t>(wait.count(), INT_MAX))));
+    int ready = poll(&fd, 1,
+                     static_cast<int>(std::max<int64_t>(
+                         0, std::min<int64_t>(wait.count(), INT_MAX))));
     if (ready == 0 && !server.transferring() &&
         XGetSelectionOwner(display, clipboard) != window) {
       return 0;
@@ -290,71 +370,139 @@ int serveText(int reportFd, const std::string& displayName,
   }
 }
 
-// Starts the server detached from this process (double fork, new session)
-// and waits until it owns CLIPBOARD.
-bool startTextServer(const std::string& displayName, std::string_view text) {
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) return false;
-  UniqueFd readEnd(fds[0]);
-  UniqueFd writeEnd(fds[1]);
-  pid_t intermediate = fork();
-  if (intermediate < 0) return false;
-  if (intermediate == 0) {
-    // Other threads of the parent may hold locks that will never be released
-    // here: only async-signal-safe calls until the second fork.
-    close(fds[0]);
-    setsid();
-    pid_t server = fork();
-    if (server == 0) {
-      resetSignals();
-      int reportFd = detachDescriptors(fds[1]);
-      if (chdir("/") != 0) {
-        // Keeping the parent's directory busy is harmless.
-      }
-      _exit(serveText(reportFd, displayName, text));
+/// A process that will serve CLIPBOARD, detached from this one (double fork,
+/// new session, stdio on /dev/null). It is started ahead of need, because
+/// starting a process costs more than anything else in setString(): it opens
+/// its display and waits for the text. Destroying this object without
+/// handing text over ends it.
+class ServerProcess {
+ public:
+  /// Starts the process; null when it cannot be started.
+  static std::unique_ptr<ServerProcess> start(const std::string& displayName) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+      return nullptr;
     }
-    report(fds[1], server > 0 ? kServerStarted : kServerFailed, server);
-    _exit(0);
+    UniqueFd ours(ends[0]);
+    UniqueFd theirs(ends[1]);
+    pid_t intermediate = fork();
+    if (intermediate < 0) return nullptr;
+    if (intermediate == 0) {
+      // Other threads of the parent may hold locks that will never be
+      // released here: only async-signal-safe calls until the second fork.
+      close(ends[0]);
+      setsid();
+      pid_t server = fork();
+      if (server == 0) {
+        resetSignals();
+        int socketFd = detachDescriptors(ends[1]);
+        if (chdir("/") != 0) {
+          // Keeping the parent's directory busy is harmless.
+        }
+        _exit(runServer(socketFd, displayName));
+      }
+      report(ends[1], server > 0 ? kServerStarted : kServerFailed, server);
+      _exit(0);
+    }
+    return std::unique_ptr<ServerProcess>(
+        new ServerProcess(std::move(ours), intermediate));
   }
-  writeEnd.reset();
 
-  auto deadline = Clock::now() + kX11ConversionTimeout;
-  pid_t serverPid = -1;
-  bool owns = false;
-  bool done = false;
-  std::string pending;
-  while (!done) {
-    auto now = Clock::now();
-    if (now >= deadline) break;
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
-    pollfd fd = {readEnd.get(), POLLIN, 0};
-    int ready = poll(&fd, 1, static_cast<int>(left.count()));
-    if (ready < 0 && errno == EINTR) continue;
-    if (ready <= 0) break;
-    char buffer[64];
-    ssize_t count = read(readEnd.get(), buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;  // both ends closed: no more news
-    pending.append(buffer, static_cast<size_t>(count));
-    while (pending.size() >= sizeof(ChildMessage)) {
-      ChildMessage message;
-      std::memcpy(&message, pending.data(), sizeof message);
-      pending.erase(0, sizeof message);
-      if (message.kind == kServerStarted) {
-        serverPid = message.pid;
-      } else {
-        owns = message.kind == kServerOwns;
-        done = true;
+  ~ServerProcess() {
+    // The server sees the end of its socket and ends unless it serves.
+    socket_.reset();
+    reapIntermediate();
+  }
+
+  ServerProcess(const ServerProcess&) = delete;
+  ServerProcess& operator=(const ServerProcess&) = delete;
+
+  enum class Outcome {
+    kOwns,    // the process owns CLIPBOARD with the text
+    kGone,    // the process had ended (e.g. tired of waiting)
+    kFailed,  // it could not take CLIPBOARD, or did not say in time
+  };
+
+  /// Hands `text` over and waits until the process owns CLIPBOARD with it,
+  /// giving up after kX11ConversionTimeout without progress.
+  Outcome serve(std::string_view text) {
+    uint64_t size = text.size();
+    Outcome outcome = Outcome::kGone;
+    if (send(reinterpret_cast<const char*>(&size), sizeof size) &&
+        send(text.data(), text.size())) {
+      outcome = awaitOwnership();
+    }
+    reapIntermediate();
+    if (outcome != Outcome::kOwns && server_ > 0) kill(server_, SIGKILL);
+    socket_.reset();
+    return outcome;
+  }
+
+ private:
+  ServerProcess(UniqueFd socket, pid_t intermediate)
+      : socket_(std::move(socket)), intermediate_(intermediate) {}
+
+  bool send(const char* data, size_t size) {
+    auto deadline = Clock::now() + kX11ConversionTimeout;
+    size_t done = 0;
+    while (done < size) {
+      if (!waitFor(socket_.get(), POLLOUT, deadline)) return false;
+      ssize_t count = ::send(socket_.get(), data + done, size - done,
+                             MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (count < 0) {
+        if (errno == EINTR || errno == EAGAIN) continue;
+        return false;
       }
+      done += static_cast<size_t>(count);
+      deadline = Clock::now() + kX11ConversionTimeout;
+    }
+    return true;
+  }
+
+  Outcome awaitOwnership() {
+    auto deadline = Clock::now() + kX11ConversionTimeout;
+    for (;;) {
+      ChildMessage message;
+      switch (receiveAll(socket_.get(), reinterpret_cast<char*>(&message),
+                         sizeof message, deadline)) {
+        case Transfer::kDone:
+          break;
+        case Transfer::kClosed:
+          return Outcome::kGone;
+        case Transfer::kTimedOut:
+          return Outcome::kFailed;
+      }
+      if (message.kind == kServerStarted) {
+        server_ = message.pid;
+        continue;
+      }
+      return message.kind == kServerOwns ? Outcome::kOwns : Outcome::kFailed;
     }
   }
-  // The intermediate exits right after reporting the server's pid.
-  if (serverPid <= 0) kill(intermediate, SIGKILL);
-  while (waitpid(intermediate, nullptr, 0) < 0 && errno == EINTR) {
+
+  void reapIntermediate() {
+    if (intermediate_ <= 0) return;
+    // It exits right after starting the server; the bound only guards
+    // against the unforeseen.
+    auto deadline = Clock::now() + kX11ConversionTimeout;
+    for (;;) {
+      pid_t result = waitpid(intermediate_, nullptr, WNOHANG);
+      if (result == intermediate_ || (result < 0 && errno != EINTR)) break;
+      if (Clock::now() >= deadline) {
+        kill(intermediate_, SIGKILL);
+        while (waitpid(intermediate_, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    intermediate_ = -1;
   }
-  if (!owns && serverPid > 0) kill(serverPid, SIGKILL);
-  return owns;
-}
+
+  UniqueFd socket_;
+  pid_t intermediate_;
+  pid_t server_ = -1;
+};
 
 }  // namespace
 
@@ -372,7 +520,7 @@ struct X11PasteboardState {
         return connection;
       }
     }
-    return SelectionConnection::open(displayName, kAtomNames);
+    return openConnection(displayName);
   }
 
   void giveBack(std::unique_ptr<SelectionConnection> connection) {
@@ -421,6 +569,10 @@ struct X11PasteboardState {
   std::unique_ptr<SelectionServer> ownerServer;          // by ownerMutex
   /// The window of the empty ownership, for readers to recognize it.
   std::atomic<Window> ownerWindow{None};
+
+  // Only the writing operations take this one.
+  std::mutex serverMutex;
+  std::unique_ptr<ServerProcess> nextServer;  // by serverMutex
 };
 
 namespace {
@@ -464,13 +616,9 @@ class Reader {
   SelectionConversion convert(const char* target) {
     if (!lease_ || stopped_) return failed(Result::kFailed);
     Display* display = lease_.display();
-    Atom clipboard = atom(display, kClipboard);
-    Window owner = XGetSelectionOwner(display, clipboard);
-    if (owner == None) return failed(Result::kNoOwner);
-    if (owner == state_->ownerWindow.load()) return failed(Result::kRefused);
-    SelectionConversion conversion =
-        convertSelection(display, lease_.window(), clipboard,
-                         atom(display, target), deadline_);
+    SelectionConversion conversion = convertSelection(
+        display, lease_.window(), atom(display, kClipboard),
+        atom(display, target), deadline_, state_->ownerWindow.load());
     if (conversion.result == Result::kTimedOut ||
         conversion.result == Result::kFailed) {
       lease_.retire();
@@ -486,8 +634,8 @@ class Reader {
 
   /// The first format-8 value among `targets` whose type `accept` takes.
   template <typename Accept>
-  std::optional<std::string> firstText(std::initializer_list<const char*> targets,
-                                       Accept accept) {
+  std::optional<std::string> firstText(
+      std::initializer_list<const char*> targets, Accept accept) {
     for (const char* target : targets) {
       SelectionConversion conversion = convert(target);
       if (conversion.result == Result::kConverted && conversion.format == 8 &&
@@ -530,8 +678,12 @@ X11Pasteboard::X11Pasteboard(std::string displayName)
     : state_(std::make_shared<X11PasteboardState>(std::move(displayName))) {}
 
 X11Pasteboard::~X11Pasteboard() {
-  std::lock_guard<std::mutex> lock(state_->ownerMutex);
-  state_->closeOwner();
+  {
+    std::lock_guard<std::mutex> lock(state_->ownerMutex);
+    state_->closeOwner();
+  }
+  std::lock_guard<std::mutex> lock(state_->serverMutex);
+  state_->nextServer.reset();
 }
 
 std::optional<std::vector<std::string>> X11Pasteboard::types() {
@@ -616,33 +768,53 @@ std::optional<std::vector<PasteboardItem>> X11Pasteboard::pasteboardItems() {
 
 void X11Pasteboard::clearContents() {
   std::shared_ptr<X11PasteboardState> state = state_;
-  std::lock_guard<std::mutex> lock(state->ownerMutex);
-  if (state->ownerConnection && state->ownerConnection->broken()) {
-    state->closeOwner();
+  {
+    std::lock_guard<std::mutex> lock(state->ownerMutex);
+    if (state->ownerConnection && state->ownerConnection->broken()) {
+      state->closeOwner();
+    }
+    if (!state->ownerConnection) {
+      state->ownerConnection = openConnection(state->displayName);
+      if (!state->ownerConnection) return;
+      state->ownerWindow = state->ownerConnection->window();
+    }
+    state->drainOwnerEvents();
+    state->ownerServer.reset();
+    Display* display = state->ownerConnection->display();
+    Window window = state->ownerConnection->window();
+    Atom clipboard = atom(display, kClipboard);
+    ConversionDeadline deadline;
+    std::optional<Time> acquired =
+        acquireSelection(display, window, clipboard, deadline);
+    if (acquired) {
+      state->ownerServer = std::make_unique<SelectionServer>(
+          display, window, clipboard, *acquired, std::vector<OfferedTarget>{});
+    }
   }
-  if (!state->ownerConnection) {
-    state->ownerConnection =
-        SelectionConnection::open(state->displayName, kAtomNames);
-    if (!state->ownerConnection) return;
-    state->ownerWindow = state->ownerConnection->window();
+  // The clipboard's text is put back after every capture: the process that
+  // will serve it starts now, while the application copies.
+  std::lock_guard<std::mutex> lock(state->serverMutex);
+  if (!state->nextServer) {
+    state->nextServer = ServerProcess::start(state->displayName);
   }
-  state->drainOwnerEvents();
-  state->ownerServer.reset();
-  Display* display = state->ownerConnection->display();
-  Window window = state->ownerConnection->window();
-  Atom clipboard = atom(display, kClipboard);
-  ConversionDeadline deadline;
-  std::optional<Time> acquired =
-      acquireSelection(display, window, clipboard, deadline);
-  if (!acquired) return;
-  state->ownerServer = std::make_unique<SelectionServer>(
-      display, window, clipboard, *acquired, std::vector<OfferedTarget>{});
 }
 
 bool X11Pasteboard::setString(std::string_view text, PasteboardType type) {
   if (type != PasteboardType::kString) return false;
   std::shared_ptr<X11PasteboardState> state = state_;
-  bool served = startTextServer(state->displayName, text);
+  bool served = false;
+  {
+    std::lock_guard<std::mutex> lock(state->serverMutex);
+    using Outcome = ServerProcess::Outcome;
+    std::unique_ptr<ServerProcess> server = std::move(state->nextServer);
+    Outcome outcome = server ? server->serve(text) : Outcome::kGone;
+    // One started long ago may have given up waiting: then a new one.
+    if (outcome == Outcome::kGone) {
+      server = ServerProcess::start(state->displayName);
+      if (server) outcome = server->serve(text);
+    }
+    served = outcome == Outcome::kOwns;
+  }
   // Takes in the SelectionClear of the empty ownership, if it had it.
   state->serveOwnerRequests();
   return served;
@@ -654,7 +826,7 @@ std::unique_ptr<X11Pasteboard> createX11Pasteboard() {
 
 std::unique_ptr<X11Pasteboard> createX11Pasteboard(
     const std::string& displayName) {
-  auto connection = SelectionConnection::open(displayName, kAtomNames);
+  auto connection = openConnection(displayName);
   if (!connection) return nullptr;
   // The name of the display that opened, so that the serving child opens
   // the same one even if the environment changes.
@@ -683,8 +855,7 @@ std::string decodeUtf8Lossy(std::string_view bytes) {
     } else if (lead == 0xE0) {
       length = 3;
       low = 0xA0;
-    } else if ((lead >= 0xE1 && lead <= 0xEC) || lead == 0xEE ||
-               lead == 0xEF) {
+    } else if ((lead >= 0xE1 && lead <= 0xEC) || lead == 0xEE || lead == 0xEF) {
       length = 3;
     } else if (lead == 0xED) {
       length = 3;

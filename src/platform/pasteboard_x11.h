@@ -13,6 +13,9 @@
 // clipboard manager cannot put old content back where the application's copy
 // is awaited. setString() hands the text to a detached child process that
 // owns CLIPBOARD and serves it until another client takes it.
+//
+// A value counts only under the type that was asked for: some owners
+// (xclip) answer every target with their one value.
 
 #include <memory>
 #include <optional>
@@ -34,8 +37,9 @@ class X11Pasteboard : public Pasteboard {
   /// The pasteboard of `displayName` (empty: $DISPLAY); use
   /// createX11Pasteboard, which checks that the display opens.
   explicit X11Pasteboard(std::string displayName);
-  /// Gives up this process's (empty) ownership of CLIPBOARD, if it has it.
-  /// Text handed out with setString() stays served by its child process.
+  /// Gives up this process's (empty) ownership of CLIPBOARD, if it has it,
+  /// and ends the serving process started ahead if it got no text. Text
+  /// handed out with setString() stays served by its process.
   ~X11Pasteboard() override;
   X11Pasteboard(const X11Pasteboard&) = delete;
   X11Pasteboard& operator=(const X11Pasteboard&) = delete;
@@ -46,7 +50,8 @@ class X11Pasteboard : public Pasteboard {
   /// kString: UTF8_STRING, else text/plain;charset=utf-8 with CRLF made LF
   /// (STRING is never read: applications put Latin-1, UTF-8 or escapes
   /// there). kHTML: text/html, UTF-8 or UTF-16 with a byte-order mark.
-  /// Invalid UTF-8 becomes U+FFFD. Nothing for the other types.
+  /// Invalid UTF-8 becomes U+FFFD and one trailing NUL is dropped. Nothing
+  /// for the other types.
   std::optional<std::string> stringForType(PasteboardType type) override;
   /// kRTF: the bytes of text/rtf, else application/rtf. kString and kHTML:
   /// the same UTF-8 as stringForType. Nothing for kFileURL.
@@ -56,8 +61,7 @@ class X11Pasteboard : public Pasteboard {
       std::string_view type) override;
   /// The file: URLs of text/uri-list as paths; nothing when the owner has
   /// no uri-list.
-  std::optional<std::vector<PasteboardURLObject>> readFileURLObjects()
-      override;
+  std::optional<std::vector<PasteboardURLObject>> readFileURLObjects() override;
   /// One item per URI of x-special/gnome-copied-files; nothing when the
   /// owner does not offer it.
   std::optional<std::vector<PasteboardItem>> pasteboardItems() override;
@@ -65,13 +69,16 @@ class X11Pasteboard : public Pasteboard {
   /// Makes this process the owner of CLIPBOARD with no content. Requests to
   /// it are refused (TARGETS lists only TARGETS and TIMESTAMP) whenever an
   /// operation of this object runs; reads return nothing at once while it
-  /// lasts. The application's copy then takes CLIPBOARD over.
+  /// lasts. The application's copy then takes CLIPBOARD over. Also starts
+  /// the process that setString() will hand text to, since the text is put
+  /// back after every capture and starting a process is the slow part; it
+  /// ends by itself if no text comes.
   void clearContents() override;
-  /// kString only: a detached child process (own session, stdio on
-  /// /dev/null, own connection) owns CLIPBOARD with `text` and serves it
-  /// until another client takes it or the display goes away; a clipboard
-  /// manager, if one runs, is asked to save it. Returns once the child owns
-  /// CLIPBOARD; false when it could not within kX11ConversionTimeout.
+  /// kString only: a detached process (own session, stdio on /dev/null, own
+  /// connection) owns CLIPBOARD with `text` and serves it until another
+  /// client takes it or the display goes away; a clipboard manager, if one
+  /// runs, is asked to save it. Returns once that process owns CLIPBOARD;
+  /// false when it could not within kX11ConversionTimeout.
   bool setString(std::string_view text, PasteboardType type) override;
 
  private:

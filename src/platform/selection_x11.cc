@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace tovrin {
 namespace {
@@ -58,9 +59,9 @@ template <typename Predicate>
 WaitResult waitForEvent(Display* display, Clock::time_point deadline,
                         const Predicate& predicate, XEvent* event) {
   for (;;) {
-    if (XCheckIfEvent(display, event, &matchEvent<Predicate>,
-                      reinterpret_cast<XPointer>(
-                          const_cast<Predicate*>(&predicate)))) {
+    if (XCheckIfEvent(
+            display, event, &matchEvent<Predicate>,
+            reinterpret_cast<XPointer>(const_cast<Predicate*>(&predicate)))) {
       return WaitResult::kEvent;
     }
     if (connectionBroken(display)) return WaitResult::kBroken;
@@ -101,8 +102,8 @@ std::optional<PropertyValue> readProperty(Display* display, Window window,
   unsigned char* raw = nullptr;
   // The length is counted in 32-bit units; this asks for all of it.
   if (XGetWindowProperty(display, window, property, 0, 0x1FFFFFFF,
-                         remove ? True : False, AnyPropertyType, &type,
-                         &format, &items, &bytesAfter, &raw) != Success) {
+                         remove ? True : False, AnyPropertyType, &type, &format,
+                         &items, &bytesAfter, &raw) != Success) {
     return std::nullopt;
   }
   std::unique_ptr<unsigned char, XFreeDeleter> owned(raw);
@@ -135,9 +136,11 @@ std::optional<PropertyValue> readProperty(Display* display, Window window,
   return value;
 }
 
-std::string nameOf(Display* display, Atom atom) {
-  auto names = atomNames(display, {atom});
-  return names.front().value_or(std::string());
+// The name of a property's type: an atom the server has accepted, so asking
+// cannot fail, and Xlib answers the common ones from its cache.
+std::string typeNameOf(Display* display, Atom type) {
+  std::unique_ptr<char, XFreeDeleter> name(XGetAtomName(display, type));
+  return name ? std::string(name.get()) : std::string();
 }
 
 SelectionConversion failure(SelectionConversion::Result result) {
@@ -184,9 +187,25 @@ SelectionConversion receiveIncr(Display* display, Window requestor,
     conversion.data += chunk->data;
   }
   conversion.result = SelectionConversion::Result::kConverted;
-  if (type != None) conversion.typeName = nameOf(display, type);
+  if (type != None) conversion.typeName = typeNameOf(display, type);
   if (conversion.format == 0) conversion.format = 8;
   return conversion;
+}
+
+// Replaces Xlib's default I/O error handler, which exits, with one that
+// returns. Connections not opened here keep their default exit handler, so
+// they still end the process when they break. A handler installed by someone
+// else is left alone.
+void keepProcessOnBrokenConnections() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    // Setting null installs the default and hands back what was there.
+    XIOErrorHandler current = XSetIOErrorHandler(nullptr);
+    XIOErrorHandler xlibDefault = XSetIOErrorHandler(current);
+    if (current == xlibDefault) {
+      XSetIOErrorHandler([](Display*) { return 0; });
+    }
+  });
 }
 
 }  // namespace
@@ -213,28 +232,31 @@ std::vector<uint32_t> SelectionConversion::values32() const {
   return values;
 }
 
-SelectionConversion convertSelection(Display* display, Window requestor,
-                                     Atom selection, Atom target,
-                                     std::chrono::milliseconds
-                                         inactivityTimeout) {
-  ConversionDeadline deadline(inactivityTimeout,
-                              std::max(inactivityTimeout,
-                                       kX11TransferTotalTimeout));
+SelectionConversion convertSelection(
+    Display* display, Window requestor, Atom selection, Atom target,
+    std::chrono::milliseconds inactivityTimeout) {
+  ConversionDeadline deadline(
+      inactivityTimeout, std::max(inactivityTimeout, kX11TransferTotalTimeout));
   return convertSelection(display, requestor, selection, target, deadline);
 }
 
 SelectionConversion convertSelection(Display* display, Window requestor,
                                      Atom selection, Atom target,
-                                     ConversionDeadline& deadline) {
+                                     ConversionDeadline& deadline,
+                                     Window unansweredOwner) {
   if (connectionBroken(display)) {
     return failure(SelectionConversion::Result::kFailed);
   }
   // A round trip: every event the server sent before it is queued now, so
   // the leftovers of earlier conversions can be dropped.
-  if (XGetSelectionOwner(display, selection) == None) {
+  Window owner = XGetSelectionOwner(display, selection);
+  if (owner == None) {
     return failure(connectionBroken(display)
                        ? SelectionConversion::Result::kFailed
                        : SelectionConversion::Result::kNoOwner);
+  }
+  if (owner == unansweredOwner) {
+    return failure(SelectionConversion::Result::kRefused);
   }
   Atom property = internAtom(display, kTransferProperty);
   discardEventsOf(display, requestor);
@@ -267,7 +289,7 @@ SelectionConversion convertSelection(Display* display, Window requestor,
   }
   SelectionConversion conversion;
   conversion.result = SelectionConversion::Result::kConverted;
-  conversion.typeName = nameOf(display, value->type);
+  conversion.typeName = typeNameOf(display, value->type);
   conversion.format = value->format;
   conversion.data = std::move(value->data);
   return conversion;
@@ -358,14 +380,15 @@ std::optional<Time> acquireSelection(Display* display, Window owner,
 }
 
 std::unique_ptr<SelectionConnection> SelectionConnection::open(
-    const std::string& displayName,
-    const std::vector<const char*>& atomNames) {
+    const std::string& displayName, const std::vector<const char*>& atomNames) {
   Display* display =
       XOpenDisplay(displayName.empty() ? nullptr : displayName.c_str());
   if (display == nullptr) return nullptr;
-  // Xlib ends the process when a connection breaks unless the connection
-  // has an exit handler that returns; afterwards every call on it fails
-  // fast, which broken() reports.
+  // When a connection breaks, Xlib calls the process's I/O error handler
+  // (the default one exits) and then the connection's exit handler (the
+  // default one exits too). Ours return: every later call on the
+  // connection fails fast, which broken() reports.
+  keepProcessOnBrokenConnections();
   XSetIOErrorExitHandler(
       display, [](Display*, void*) {}, nullptr);
   if (!atomNames.empty()) {
@@ -387,8 +410,8 @@ SelectionConnection::~SelectionConnection() {
 
 bool SelectionConnection::broken() const { return connectionBroken(display_); }
 
-SelectionServer::SelectionServer(Display* display, Window owner,
-                                 Atom selection, Time acquired,
+SelectionServer::SelectionServer(Display* display, Window owner, Atom selection,
+                                 Time acquired,
                                  std::vector<OfferedTarget> targets)
     : display_(display),
       owner_(owner),
@@ -465,8 +488,8 @@ void SelectionServer::handleRequest(const XSelectionRequestEvent& request) {
   bool answered = false;
   // The selection is no longer ours to answer for, or the request predates
   // our ownership.
-  bool stale = lost_ ||
-               (request.time != CurrentTime && request.time < acquired_);
+  bool stale =
+      lost_ || (request.time != CurrentTime && request.time < acquired_);
   if (!stale) {
     answered = request.target == multipleAtom_
                    ? answerMultiple(request.requestor, property)
@@ -482,17 +505,15 @@ void SelectionServer::handleRequest(const XSelectionRequestEvent& request) {
   notice.event.requestor = static_cast<xcb_window_t>(request.requestor);
   notice.event.selection = static_cast<xcb_atom_t>(request.selection);
   notice.event.target = static_cast<xcb_atom_t>(request.target);
-  notice.event.property =
-      static_cast<xcb_atom_t>(answered ? property : None);
+  notice.event.property = static_cast<xcb_atom_t>(answered ? property : None);
   xcb_connection_t* connection = xcbOf(display_);
   // Errors (the requestor may be gone already) are dropped with the reply.
-  xcb_discard_reply(connection,
-                    xcb_send_event_checked(connection, 0,
-                                           static_cast<xcb_window_t>(
-                                               request.requestor),
-                                           XCB_EVENT_MASK_NO_EVENT,
-                                           notice.bytes)
-                        .sequence);
+  xcb_discard_reply(
+      connection,
+      xcb_send_event_checked(connection, 0,
+                             static_cast<xcb_window_t>(request.requestor),
+                             XCB_EVENT_MASK_NO_EVENT, notice.bytes)
+          .sequence);
   xcb_flush(connection);
 }
 
@@ -543,8 +564,7 @@ bool SelectionServer::answer(Window requestor, Atom target, Atom property) {
   listenTo(requestor, true);
   auto size = static_cast<uint32_t>(std::min<size_t>(data.size(), UINT32_MAX));
   write(incrAtom_, 32, &size, 1);
-  transfers_[key] =
-      Transfer{offered->type, offered->data, 0, Clock::now()};
+  transfers_[key] = Transfer{offered->type, offered->data, 0, Clock::now()};
   return true;
 }
 
@@ -574,15 +594,14 @@ bool SelectionServer::answerMultiple(Window requestor, Atom property) {
       pairs[i + 1] = XCB_ATOM_NONE;
     }
   }
-  xcb_discard_reply(
-      connection,
-      xcb_change_property_checked(
-          connection, XCB_PROP_MODE_REPLACE,
-          static_cast<xcb_window_t>(requestor),
-          static_cast<xcb_atom_t>(property),
-          static_cast<xcb_atom_t>(atomPairAtom_), 32,
-          static_cast<uint32_t>(pairs.size()), pairs.data())
-          .sequence);
+  xcb_discard_reply(connection,
+                    xcb_change_property_checked(
+                        connection, XCB_PROP_MODE_REPLACE,
+                        static_cast<xcb_window_t>(requestor),
+                        static_cast<xcb_atom_t>(property),
+                        static_cast<xcb_atom_t>(atomPairAtom_), 32,
+                        static_cast<uint32_t>(pairs.size()), pairs.data())
+                        .sequence);
   return true;
 }
 
@@ -593,15 +612,14 @@ void SelectionServer::handlePropertyDeleted(const XPropertyEvent& event) {
   size_t length = std::min(chunkSize_, data.size() - transfer.offset);
   xcb_connection_t* connection = xcbOf(display_);
   // The last chunk has length zero and ends the transfer.
-  xcb_discard_reply(
-      connection,
-      xcb_change_property_checked(
-          connection, XCB_PROP_MODE_REPLACE,
-          static_cast<xcb_window_t>(event.window),
-          static_cast<xcb_atom_t>(event.atom),
-          static_cast<xcb_atom_t>(transfer.type), 8,
-          static_cast<uint32_t>(length), data.data() + transfer.offset)
-          .sequence);
+  xcb_discard_reply(connection, xcb_change_property_checked(
+                                    connection, XCB_PROP_MODE_REPLACE,
+                                    static_cast<xcb_window_t>(event.window),
+                                    static_cast<xcb_atom_t>(event.atom),
+                                    static_cast<xcb_atom_t>(transfer.type), 8,
+                                    static_cast<uint32_t>(length),
+                                    data.data() + transfer.offset)
+                                    .sequence);
   if (length == 0) {
     forget(it);
   } else {
@@ -616,20 +634,21 @@ void SelectionServer::listenTo(Window requestor, bool listen) {
   if (requestor == owner_) return;
   xcb_connection_t* connection = xcbOf(display_);
   uint32_t mask = listen ? XCB_EVENT_MASK_PROPERTY_CHANGE : 0;
-  xcb_discard_reply(connection, xcb_change_window_attributes_checked(
-                                    connection,
-                                    static_cast<xcb_window_t>(requestor),
-                                    XCB_CW_EVENT_MASK, &mask)
-                                    .sequence);
+  xcb_discard_reply(connection,
+                    xcb_change_window_attributes_checked(
+                        connection, static_cast<xcb_window_t>(requestor),
+                        XCB_CW_EVENT_MASK, &mask)
+                        .sequence);
 }
 
 void SelectionServer::forget(
     std::map<TransferKey, Transfer>::iterator transfer) {
   Window requestor = transfer->first.first;
   transfers_.erase(transfer);
-  bool stillUsed = std::any_of(
-      transfers_.begin(), transfers_.end(),
-      [requestor](const auto& entry) { return entry.first.first == requestor; });
+  bool stillUsed = std::any_of(transfers_.begin(), transfers_.end(),
+                               [requestor](const auto& entry) {
+                                 return entry.first.first == requestor;
+                               });
   if (!stillUsed) listenTo(requestor, false);
 }
 

@@ -88,14 +88,17 @@ struct SelectionConversion {
 /// selected PropertyChangeMask on (see createSelectionWindow). Events of
 /// other windows stay queued. After kTimedOut the owner may still answer
 /// later: use a fresh requestor window (or connection) for the next one.
-SelectionConversion convertSelection(Display* display, Window requestor,
-                                     Atom selection, Atom target,
-                                     std::chrono::milliseconds
-                                         inactivityTimeout);
+SelectionConversion convertSelection(
+    Display* display, Window requestor, Atom selection, Atom target,
+    std::chrono::milliseconds inactivityTimeout);
 /// The same within an operation's deadline shared by several conversions.
+/// `unansweredOwner` names a window of this process that cannot answer while
+/// the caller waits (its events are handled by the same thread): when it
+/// owns the selection, the result is kRefused at once instead of a wait.
 SelectionConversion convertSelection(Display* display, Window requestor,
                                      Atom selection, Atom target,
-                                     ConversionDeadline& deadline);
+                                     ConversionDeadline& deadline,
+                                     Window unansweredOwner = None);
 
 /// The owner's TARGETS as atom names, in the owner's order (names the
 /// server does not know are left out); nothing when the conversion failed.
@@ -173,8 +176,8 @@ class SelectionServer {
 
   /// Serves `selection`, which `owner` (a window of `display`) acquired at
   /// `acquired`.
-  SelectionServer(Display* display, Window owner, Atom selection,
-                  Time acquired, std::vector<OfferedTarget> targets);
+  SelectionServer(Display* display, Window owner, Atom selection, Time acquired,
+                  std::vector<OfferedTarget> targets);
   /// Stops listening to the requestors of unfinished transfers.
   ~SelectionServer();
   SelectionServer(const SelectionServer&) = delete;

@@ -95,8 +95,9 @@ std::optional<ParsedURL> parseURLWithUriparser(std::string_view text) {
 
   ParsedURL parsed;
   std::string_view host = rangeText((*uri).hostText);
-  parsed.isFileURL = equalsIgnoringAsciiCase(scheme, "file") &&
-                     (host.empty() || equalsIgnoringAsciiCase(host, "localhost"));
+  parsed.isFileURL =
+      equalsIgnoringAsciiCase(scheme, "file") &&
+      (host.empty() || equalsIgnoringAsciiCase(host, "localhost"));
   if (parsed.isFileURL && hasAuthority && rawPath.empty()) rawPath = "/";
   parsed.path = percentDecoded(rawPath);
   if (parsed.path.size() > 1 && parsed.path.back() == '/') {

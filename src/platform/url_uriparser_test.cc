@@ -61,8 +61,7 @@ TEST(ParseURLWithUriparserTest, OtherSchemesAreNotFileURLs) {
   EXPECT_EQ(describe(parseURLWithUriparser("https://example.com")), "other ");
   EXPECT_EQ(describe(parseURLWithUriparser("mailto:someone@example.com")),
             "other someone@example.com");
-  EXPECT_EQ(describe(parseURLWithUriparser("smb://host/file")),
-            "other /file");
+  EXPECT_EQ(describe(parseURLWithUriparser("smb://host/file")), "other /file");
 }
 
 TEST(ParseURLWithUriparserTest, TextThatIsNoAbsoluteURIGivesNothing) {
