@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "platform/selection_x11.h"
+#include "platform/text.h"
 #include "platform/url_uriparser.h"
 
 namespace tovrin {
@@ -717,7 +718,7 @@ std::optional<std::string> X11Pasteboard::stringForType(PasteboardType type) {
         text = crlfToLf(*plain);
       }
       dropOneTrailingNul(text);
-      return decodeUtf8Lossy(text);
+      return toValidUtf8(text);
     }
     case PasteboardType::kHTML: {
       auto html = reader.firstText({kHtml}, sameType);
@@ -836,59 +837,6 @@ std::unique_ptr<X11Pasteboard> createX11Pasteboard(
   return pasteboard;
 }
 
-std::string decodeUtf8Lossy(std::string_view bytes) {
-  std::string out;
-  out.reserve(bytes.size());
-  size_t i = 0;
-  while (i < bytes.size()) {
-    auto lead = static_cast<uint8_t>(bytes[i]);
-    if (lead < 0x80) {
-      out.push_back(static_cast<char>(lead));
-      ++i;
-      continue;
-    }
-    size_t length = 0;
-    uint8_t low = 0x80;
-    uint8_t high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-    } else if (lead == 0xE0) {
-      length = 3;
-      low = 0xA0;
-    } else if ((lead >= 0xE1 && lead <= 0xEC) || lead == 0xEE || lead == 0xEF) {
-      length = 3;
-    } else if (lead == 0xED) {
-      length = 3;
-      high = 0x9F;  // no surrogates
-    } else if (lead == 0xF0) {
-      length = 4;
-      low = 0x90;
-    } else if (lead >= 0xF1 && lead <= 0xF3) {
-      length = 4;
-    } else if (lead == 0xF4) {
-      length = 4;
-      high = 0x8F;  // nothing above U+10FFFF
-    }
-    size_t valid = 1;
-    if (length != 0) {
-      while (valid < length && i + valid < bytes.size()) {
-        auto next = static_cast<uint8_t>(bytes[i + valid]);
-        uint8_t min = valid == 1 ? low : 0x80;
-        uint8_t max = valid == 1 ? high : 0xBF;
-        if (next < min || next > max) break;
-        ++valid;
-      }
-    }
-    if (length != 0 && valid == length) {
-      out.append(bytes.substr(i, length));
-    } else {
-      appendUtf8(out, kReplacement);
-    }
-    i += valid;
-  }
-  return out;
-}
-
 std::string decodeHtml(std::string_view bytes) {
   std::string text;
   if (bytes.size() >= 2 && static_cast<uint8_t>(bytes[0]) == 0xFF &&
@@ -899,7 +847,7 @@ std::string decodeHtml(std::string_view bytes) {
     text = decodeUtf16(bytes.substr(2), /*bigEndian=*/true);
   } else {
     if (bytes.substr(0, 3) == "\xEF\xBB\xBF") bytes.remove_prefix(3);
-    text = decodeUtf8Lossy(bytes);
+    text = toValidUtf8(bytes);
   }
   dropOneTrailingNul(text);
   return text;

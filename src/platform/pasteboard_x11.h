@@ -98,9 +98,6 @@ std::unique_ptr<X11Pasteboard> createX11Pasteboard(
 
 // Decoders of what owners send, pure for testing.
 
-/// `bytes` as UTF-8 with every ill-formed sequence replaced by U+FFFD (one
-/// per maximal ill-formed subpart, as the Unicode standard recommends).
-std::string decodeUtf8Lossy(std::string_view bytes);
 /// HTML bytes as UTF-8 text: UTF-16 LE or BE when they start with a
 /// byte-order mark, else UTF-8 without its BOM; one trailing NUL dropped.
 std::string decodeHtml(std::string_view bytes);

@@ -62,20 +62,6 @@ std::vector<std::string> urlsOf(const std::vector<PasteboardItem>& items) {
 // ---------------------------------------------------------------------------
 // Decoders
 
-TEST(DecodeUtf8LossyTest, KeepsValidTextAndReplacesEachIllFormedSubpart) {
-  EXPECT_EQ(decodeUtf8Lossy("plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"),
-            "plain \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80");
-  const std::string r = "\xEF\xBF\xBD";  // U+FFFD
-  EXPECT_EQ(decodeUtf8Lossy("a\x80z"), "a" + r + "z");
-  EXPECT_EQ(decodeUtf8Lossy("\xC0\x80"), r + r);          // overlong
-  EXPECT_EQ(decodeUtf8Lossy("\xED\xA0\x80"), r + r + r);  // a surrogate
-  EXPECT_EQ(decodeUtf8Lossy("\xF4\x90\x80\x80"), r + r + r + r);
-  EXPECT_EQ(decodeUtf8Lossy("\xE2\x82z"), r + "z");  // truncated sequence
-  EXPECT_EQ(decodeUtf8Lossy("end\xF0\x9F\x98"), "end" + r);
-  EXPECT_EQ(decodeUtf8Lossy("\xFF\xFE"), r + r);
-  EXPECT_EQ(decodeUtf8Lossy("a\0b"s), "a\0b"s);
-}
-
 TEST(DecodeHtmlTest, FollowsTheByteOrderMark) {
   // "<b>é😀</b>" in UTF-16 LE and BE, with a trailing NUL.
   const std::string le =

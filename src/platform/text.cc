@@ -21,19 +21,56 @@ utf8proc_ssize_t sequenceLength(std::string_view bytes) {
 }  // namespace
 
 std::string toValidUtf8(std::string_view bytes) {
-  std::string text;
-  text.reserve(bytes.size());
-  while (!bytes.empty()) {
-    const auto length = sequenceLength(bytes);
-    if (length > 0) {
-      text.append(bytes.substr(0, static_cast<size_t>(length)));
-      bytes.remove_prefix(static_cast<size_t>(length));
-    } else {
-      text.append(kReplacementCharacter);
-      bytes.remove_prefix(1);
+  std::string out;
+  out.reserve(bytes.size());
+  size_t i = 0;
+  while (i < bytes.size()) {
+    auto lead = static_cast<uint8_t>(bytes[i]);
+    if (lead < 0x80) {
+      out.push_back(static_cast<char>(lead));
+      ++i;
+      continue;
     }
+    size_t length = 0;
+    uint8_t low = 0x80;
+    uint8_t high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+    } else if (lead == 0xE0) {
+      length = 3;
+      low = 0xA0;
+    } else if ((lead >= 0xE1 && lead <= 0xEC) || lead == 0xEE || lead == 0xEF) {
+      length = 3;
+    } else if (lead == 0xED) {
+      length = 3;
+      high = 0x9F;  // no surrogates
+    } else if (lead == 0xF0) {
+      length = 4;
+      low = 0x90;
+    } else if (lead >= 0xF1 && lead <= 0xF3) {
+      length = 4;
+    } else if (lead == 0xF4) {
+      length = 4;
+      high = 0x8F;  // nothing above U+10FFFF
+    }
+    size_t valid = 1;
+    if (length != 0) {
+      while (valid < length && i + valid < bytes.size()) {
+        auto next = static_cast<uint8_t>(bytes[i + valid]);
+        uint8_t min = valid == 1 ? low : 0x80;
+        uint8_t max = valid == 1 ? high : 0xBF;
+        if (next < min || next > max) break;
+        ++valid;
+      }
+    }
+    if (length != 0 && valid == length) {
+      out.append(bytes.substr(i, length));
+    } else {
+      out.append(kReplacementCharacter);
+    }
+    i += valid;
   }
-  return text;
+  return out;
 }
 
 bool isValidUtf8(std::string_view text) {

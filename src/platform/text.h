@@ -6,8 +6,8 @@
 
 namespace tovrin {
 
-/// `bytes` as valid UTF-8: every byte that does not belong to a well-formed
-/// sequence becomes U+FFFD. Text from outside (arguments, other programs)
+/// `bytes` as valid UTF-8: every ill-formed part becomes U+FFFD, one for
+/// each maximal ill-formed subpart, as the Unicode standard recommends. Text from outside (arguments, other programs)
 /// goes through this before it reaches an answer, so every answer is valid
 /// JSON.
 std::string toValidUtf8(std::string_view bytes);

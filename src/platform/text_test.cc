@@ -5,7 +5,7 @@
 namespace tovrin {
 namespace {
 
-TEST(Utf8Test, EveryStrayByteBecomesOneReplacementCharacter) {
+TEST(Utf8Test, EachIllFormedSubpartBecomesOneReplacementCharacter) {
   const std::string kFffd = "\xEF\xBF\xBD";
   EXPECT_EQ(toValidUtf8("plain"), "plain");
   EXPECT_EQ(toValidUtf8("caf\xC3\xA9"), "caf\xC3\xA9");
@@ -13,7 +13,9 @@ TEST(Utf8Test, EveryStrayByteBecomesOneReplacementCharacter) {
   EXPECT_EQ(toValidUtf8("a\xC3"), "a" + kFffd);         // truncated
   EXPECT_EQ(toValidUtf8("\xC0\xAF"), kFffd + kFffd);    // overlong '/'
   EXPECT_EQ(toValidUtf8("\xED\xA0\x80"), kFffd + kFffd + kFffd);  // surrogate
-  EXPECT_EQ(toValidUtf8("\xE2\x82" "A"), kFffd + kFffd + "A");
+  EXPECT_EQ(toValidUtf8("\xE2\x82" "A"), kFffd + "A");  // one truncated
+  EXPECT_EQ(toValidUtf8("end\xF0\x9F\x98"), "end" + kFffd);
+  EXPECT_EQ(toValidUtf8("\xF4\x90\x80\x80"), kFffd + kFffd + kFffd + kFffd);
   EXPECT_EQ(toValidUtf8(std::string("a\0b", 3)), std::string("a\0b", 3));
   EXPECT_TRUE(isValidUtf8(toValidUtf8("\xF5\x80\x80\x80 \xF4\x90\x80\x80")));
 }
