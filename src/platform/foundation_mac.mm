@@ -6,11 +6,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/utf16_mac.h"
+#include "platform/utf16.h"
 
 namespace tovrin {
 
-// NSString's code units are the ones utf16_mac.h converts.
+// NSString's code units are the ones utf16.h converts.
 static_assert(std::is_same_v<unichar, uint16_t>);
 
 bool runGuarded(const std::function<void()>& body) {

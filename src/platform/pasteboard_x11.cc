@@ -22,6 +22,7 @@
 
 #include "platform/selection_x11.h"
 #include "platform/text.h"
+#include "platform/utf16.h"
 #include "platform/url_uriparser.h"
 
 namespace tovrin {
@@ -85,49 +86,18 @@ Atom atom(Display* display, const char* name) {
   return XInternAtom(display, name, False);
 }
 
-void appendUtf8(std::string& out, uint32_t codePoint) {
-  if (codePoint < 0x80) {
-    out.push_back(static_cast<char>(codePoint));
-  } else if (codePoint < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (codePoint >> 6)));
-    out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
-  } else if (codePoint < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (codePoint >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (codePoint >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
-  }
-}
-
-constexpr uint32_t kReplacement = 0xFFFD;
-
+/// UTF-16 bytes of either order as UTF-8; an odd last byte becomes U+FFFD.
 std::string decodeUtf16(std::string_view bytes, bool bigEndian) {
-  std::string out;
-  out.reserve(bytes.size());
-  auto unitAt = [&](size_t i) {
-    auto first = static_cast<uint8_t>(bytes[i]);
-    auto second = static_cast<uint8_t>(bytes[i + 1]);
-    return static_cast<uint32_t>(bigEndian ? (first << 8) | second
-                                           : (second << 8) | first);
-  };
-  size_t i = 0;
-  for (; i + 1 < bytes.size(); i += 2) {
-    uint32_t unit = unitAt(i);
-    if (unit >= 0xD800 && unit <= 0xDBFF && i + 3 < bytes.size()) {
-      uint32_t low = unitAt(i + 2);
-      if (low >= 0xDC00 && low <= 0xDFFF) {
-        appendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
-        i += 2;
-        continue;
-      }
-    }
-    appendUtf8(out, (unit >= 0xD800 && unit <= 0xDFFF) ? kReplacement : unit);
+  std::vector<uint16_t> units;
+  units.reserve(bytes.size() / 2);
+  for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    const auto first = static_cast<uint8_t>(bytes[i]);
+    const auto second = static_cast<uint8_t>(bytes[i + 1]);
+    units.push_back(static_cast<uint16_t>(bigEndian ? (first << 8) | second
+                                                    : (second << 8) | first));
   }
-  if (i < bytes.size()) appendUtf8(out, kReplacement);  // an odd last byte
+  std::string out = utf8FromUtf16(units);
+  if (bytes.size() % 2 != 0) out.append("\xEF\xBF\xBD");
   return out;
 }
 

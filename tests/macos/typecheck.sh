@@ -3,7 +3,7 @@
 # Objective-C++ front end (ARC, blocks, warnings as errors) runs over every
 # src/platform/*_mac.mm against the stand-in SDK headers of
 # tests/macos/sdk, and over every project header those files include, in
-# Objective-C++ mode. The backend's plain C++ part (utf16_mac.cc) is built
+# Objective-C++ mode. The backend's plain C++ part (utf16.cc) is built
 # and its unit test run. One line per file checked, then a summary line;
 # the exit status is non-zero when any check failed.
 #
@@ -91,14 +91,14 @@ run_checks() {
   libs="$(pkg-config --libs libutf8proc 2>/dev/null || echo -lutf8proc)"
   # shellcheck disable=SC2086
   if timeout "$STEP_TIMEOUT" "$CLANG" -std=c++20 -Wall -Wextra -Wpedantic \
-      -Werror -I src $cflags src/platform/utf16_mac_test.cc \
-      src/platform/utf16_mac.cc src/platform/text.cc $libs -lgtest_main \
-      -lgtest -pthread -o "$work/utf16_mac_test" >"$work/diagnostics" 2>&1 &&
-    timeout "$STEP_TIMEOUT" "$work/utf16_mac_test" >>"$work/diagnostics" 2>&1
+      -Werror -I src $cflags src/platform/utf16_test.cc \
+      src/platform/utf16.cc src/platform/text.cc $libs -lgtest_main \
+      -lgtest -pthread -o "$work/utf16_test" >"$work/diagnostics" 2>&1 &&
+    timeout "$STEP_TIMEOUT" "$work/utf16_test" >>"$work/diagnostics" 2>&1
   then
-    report OK "src/platform/utf16_mac.cc (built, unit test passed)"
+    report OK "src/platform/utf16.cc (built, unit test passed)"
   else
-    report FAIL "src/platform/utf16_mac.cc (built, unit test passed)"
+    report FAIL "src/platform/utf16.cc (built, unit test passed)"
   fi
 
   echo "typecheck: $checked checked, $((checked - failed)) ok, $failed failed"

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_UTF16_MAC_H_
-#define TOVRIN_PLATFORM_UTF16_MAC_H_
+#ifndef TOVRIN_PLATFORM_UTF16_H_
+#define TOVRIN_PLATFORM_UTF16_H_
 
 // Between tovrin's UTF-8 text and the UTF-16 code units that NSString holds.
 // Plain C++, so that the conversions are tested on every machine; the macOS
@@ -20,11 +20,10 @@ namespace tovrin {
 std::string utf8FromUtf16(std::span<const uint16_t> units);
 
 /// The UTF-16 code units of `text`. Text from tovrin is valid UTF-8; should
-/// it not be, each byte outside a well-formed sequence becomes U+FFFD first
-/// (as toValidUtf8 does), so the text still arrives, marked where it was
+/// it not be, it is repaired by toValidUtf8 first, so the text still arrives, marked where it was
 /// damaged, instead of being lost.
 std::vector<uint16_t> utf16FromUtf8(std::string_view text);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_UTF16_MAC_H_
+#endif  // TOVRIN_PLATFORM_UTF16_H_
