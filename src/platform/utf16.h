@@ -20,8 +20,8 @@ namespace tovrin {
 std::string utf8FromUtf16(std::span<const uint16_t> units);
 
 /// The UTF-16 code units of `text`. Text from tovrin is valid UTF-8; should
-/// it not be, it is repaired by toValidUtf8 first, so the text still arrives, marked where it was
-/// damaged, instead of being lost.
+/// it not be, it is repaired by toValidUtf8 first, so the text still
+/// arrives, marked where it was damaged, instead of being lost.
 std::vector<uint16_t> utf16FromUtf8(std::string_view text);
 
 }  // namespace tovrin
