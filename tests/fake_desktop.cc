@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/url_uriparser.h"
+#include "text/url_uriparser.h"
 
 namespace tovrin::testing {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

@@ -5,7 +5,7 @@
 #include "cli/json.h"
 #include "cli/response.h"
 #include "platform/platform.h"
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

@@ -6,7 +6,7 @@
 #include "capture/synthetic_copy.h"
 #include "cli/response.h"
 #include "platform/platform.h"
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

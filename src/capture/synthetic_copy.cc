@@ -6,7 +6,7 @@
 #include "clipboard/file_paths.h"
 #include "clipboard/html.h"
 #include "platform/platform.h"
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

@@ -1,6 +1,6 @@
 #include "cli/json.h"
 
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 

@@ -4,7 +4,7 @@
 
 #include "cli/dispatch.h"
 #include "platform/platform.h"
-#include "platform/text.h"
+#include "text/text.h"
 
 int main(int argc, char** argv) {
   // Arguments are bytes; an answer echoes them, so they become valid UTF-8

@@ -6,7 +6,7 @@
 
 #include "clipboard/bounded_read.h"
 #include "platform/platform.h"
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Type-checks tovrin's macOS backend on a machine without Xcode: clang's
 # Objective-C++ front end (ARC, blocks, warnings as errors) runs over every
-# src/platform/*_mac.mm against the stand-in SDK headers of
+# src/platform/mac/*.mm against the stand-in SDK headers of
 # tests/macos/sdk, and over every project header those files include, in
 # Objective-C++ mode. The backend's plain C++ part (utf16.cc) is built
 # and its unit test run. One line per file checked, then a summary line;
@@ -49,7 +49,7 @@ check_objcxx() {
 
 # The project headers that the backend's .mm files include.
 backend_headers() {
-  sed -n 's/^#include "\(platform\/[^"]*\.h\)"$/\1/p' src/platform/*_mac.mm |
+  sed -n 's/^#include "\(\(platform\|text\)\/[^"]*\.h\)"$/\1/p' src/platform/mac/*.mm |
     sort -u
 }
 
@@ -66,7 +66,7 @@ run_checks() {
     fi
   }
 
-  for file in src/platform/*_mac.mm; do
+  for file in src/platform/mac/*.mm; do
     if check_objcxx "$file"; then report OK "$file"; else report FAIL "$file"; fi
   done
 
@@ -91,14 +91,14 @@ run_checks() {
   libs="$(pkg-config --libs libutf8proc 2>/dev/null || echo -lutf8proc)"
   # shellcheck disable=SC2086
   if timeout "$STEP_TIMEOUT" "$CLANG" -std=c++20 -Wall -Wextra -Wpedantic \
-      -Werror -I src $cflags src/platform/utf16_test.cc \
-      src/platform/utf16.cc src/platform/text.cc $libs -lgtest_main \
+      -Werror -I src $cflags src/text/utf16_test.cc \
+      src/text/utf16.cc src/text/text.cc $libs -lgtest_main \
       -lgtest -pthread -o "$work/utf16_test" >"$work/diagnostics" 2>&1 &&
     timeout "$STEP_TIMEOUT" "$work/utf16_test" >>"$work/diagnostics" 2>&1
   then
-    report OK "src/platform/utf16.cc (built, unit test passed)"
+    report OK "src/text/utf16.cc (built, unit test passed)"
   else
-    report FAIL "src/platform/utf16.cc (built, unit test passed)"
+    report FAIL "src/text/utf16.cc (built, unit test passed)"
   fi
 
   echo "typecheck: $checked checked, $((checked - failed)) ok, $failed failed"
@@ -108,62 +108,62 @@ run_checks() {
 # The deliberate mistakes: file, text to replace, its replacement, the
 # diagnostic that must follow, and what the mistake is.
 readonly MISTAKES=(
-  "pasteboard_mac.mm" "[pasteboard_ stringForType:typeFor(type)]"
+  "pasteboard.mm" "[pasteboard_ stringForType:typeFor(type)]"
   "[pasteboard_ stringForTyp:typeFor(type)]"
   "no visible @interface for 'NSPasteboard' declares the selector 'stringForTyp:'"
   "a misspelt selector"
 
-  "pasteboard_mac.mm" "[pasteboard_ dataForType:typeFor(type)]"
+  "pasteboard.mm" "[pasteboard_ dataForType:typeFor(type)]"
   "[pasteboard_ dataForType:type]"
   "cannot initialize a parameter of type 'NSPasteboardType"
   "the seam's enum where an NSPasteboardType is wanted"
 
-  "pasteboard_mac.mm" "setString:string forType:"
+  "pasteboard.mm" "setString:string forType:"
   "setString:text forType:"
   "no viable conversion from 'std::string_view'"
   "a std::string_view where an NSString is wanted"
 
-  "log_mac.mm" 'NSLog(@"%@", text);'
+  "log.mm" 'NSLog(@"%@", text);'
   'NSLog(text);'
   "format string is not a string literal"
   "the log line handed to NSLog as its format"
 
-  "platform_mac.mm" "return utf8FromCFString((__bridge CFStringRef)text);"
+  "platform.mm" "return utf8FromCFString((__bridge CFStringRef)text);"
   "return utf8FromCFString((CFStringRef)text);"
   "requires a bridged cast"
   "an NSString cast to CFStringRef without __bridge"
 
-  "platform_mac.mm" "name.get(), &value);"
+  "platform.mm" "name.get(), &value);"
   "name.get(), value);"
   "no matching function for call to 'AXUIElementCopyAttributeValue'"
   "the value instead of its address for a Copy call's result"
 
-  "platform_mac.mm" "CGEventPost(static_cast<CGEventTapLocation>(tap),"
+  "platform.mm" "CGEventPost(static_cast<CGEventTapLocation>(tap),"
   "CGEventPost(tap,"
   "no matching function for call to 'CGEventPost'"
   "an int where a CGEventTapLocation is wanted"
 
-  "platform_mac.mm" "macSource == nullptr ? nullptr : macSource->get(),"
+  "platform.mm" "macSource == nullptr ? nullptr : macSource->get(),"
   "macSource,"
   "no matching function for call to 'CGEventCreateKeyboardEvent'"
   "the C++ wrapper where its CGEventSourceRef is wanted"
 
-  "platform_mac.mm" "flags = NSEvent.modifierFlags;"
+  "platform.mm" "flags = NSEvent.modifierFlags;"
   "flags = NSEvent.modifierFlag;"
   "property 'modifierFlag' not found"
   "a misspelt class property"
 
-  "platform_mac.mm" "NSWorkspace.sharedWorkspace.frontmostApplication"
+  "platform.mm" "NSWorkspace.sharedWorkspace.frontmostApplication"
   "NSWorkspace.frontmostApplication"
   "property 'frontmostApplication' not found on object of type 'NSWorkspace'"
   "an instance property asked of the class"
 
-  "platform_mac.mm" "documentAttributes:@{"
+  "platform.mm" "documentAttributes:@{"
   "documentAttribute:@{"
   "no visible @interface for 'NSAttributedString' declares the selector"
   "a misspelt selector part"
 
-  "worker_mac.mm" "dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0)"
+  "worker.mm" "dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0)"
   "dispatch_get_global_queue(QOS_CLASS_USER_INITIATED)"
   "no matching function for call to 'dispatch_get_global_queue'"
   "a missing argument"
@@ -177,14 +177,14 @@ run_self_test() {
     return 1
   fi
   local caught=0 missed=0 i file from to expected what copy
-  mkdir -p "$work/src/platform"
+  mkdir -p "$work/src/platform/mac"
   for ((i = 0; i < ${#MISTAKES[@]}; i += 5)); do
     file="${MISTAKES[i]}" from="${MISTAKES[i + 1]}" to="${MISTAKES[i + 2]}"
     expected="${MISTAKES[i + 3]}" what="${MISTAKES[i + 4]}"
-    copy="$work/src/platform/$file"
-    cp "src/platform/$file" "$copy"
+    copy="$work/src/platform/mac/$file"
+    cp "src/platform/mac/$file" "$copy"
     FROM="$from" TO="$to" perl -0pi -e 's/\Q$ENV{FROM}\E/$ENV{TO}/' "$copy"
-    if cmp -s "src/platform/$file" "$copy"; then
+    if cmp -s "src/platform/mac/$file" "$copy"; then
       missed=$((missed + 1))
       echo "STALE   $file: $what (the text to change is no longer there)"
     elif check_objcxx "$copy"; then

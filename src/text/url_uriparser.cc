@@ -1,4 +1,4 @@
-#include "platform/url_uriparser.h"
+#include "text/url_uriparser.h"
 
 #include <uriparser/Uri.h>
 

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_PASTEBOARD_MAC_H_
-#define TOVRIN_PLATFORM_PASTEBOARD_MAC_H_
+#ifndef TOVRIN_PLATFORM_MAC_PASTEBOARD_H_
+#define TOVRIN_PLATFORM_MAC_PASTEBOARD_H_
 
 #include <memory>
 
@@ -12,4 +12,4 @@ std::shared_ptr<Pasteboard> createGeneralPasteboard();
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_PASTEBOARD_MAC_H_
+#endif  // TOVRIN_PLATFORM_MAC_PASTEBOARD_H_

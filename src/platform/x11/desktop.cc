@@ -1,4 +1,4 @@
-#include "platform/desktop_x11.h"
+#include "platform/x11/desktop.h"
 
 #include <X11/Xatom.h>
 #include <X11/Xlib-xcb.h>

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_URL_URIPARSER_H_
-#define TOVRIN_PLATFORM_URL_URIPARSER_H_
+#ifndef TOVRIN_TEXT_URL_URIPARSER_H_
+#define TOVRIN_TEXT_URL_URIPARSER_H_
 
 #include <optional>
 #include <string_view>
@@ -20,4 +20,4 @@ std::optional<ParsedURL> parseURLWithUriparser(std::string_view text);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_URL_URIPARSER_H_
+#endif  // TOVRIN_TEXT_URL_URIPARSER_H_

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_SELECTION_X11_H_
-#define TOVRIN_PLATFORM_SELECTION_X11_H_
+#ifndef TOVRIN_PLATFORM_X11_SELECTION_H_
+#define TOVRIN_PLATFORM_X11_SELECTION_H_
 
 // X11 selections, both sides: converting a selection (with INCR transfers)
 // as a requestor, and answering requests as an owner.
@@ -228,4 +228,4 @@ class SelectionServer {
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_SELECTION_X11_H_
+#endif  // TOVRIN_PLATFORM_X11_SELECTION_H_

@@ -8,15 +8,15 @@
 
 #include <memory>
 
-#include "clipboard/rtf_to_html.h"
-#include "platform/desktop_x11.h"
-#include "platform/keyboard_x11.h"
-#include "platform/pasteboard_x11.h"
+#include "rtf/rtf_to_html.h"
+#include "platform/x11/desktop.h"
+#include "platform/x11/keyboard.h"
+#include "platform/x11/pasteboard.h"
 #include "platform/platform.h"
-#include "platform/selection_x11.h"
+#include "platform/x11/selection.h"
 #include "platform/system.h"
-#include "platform/text.h"
-#include "platform/url_uriparser.h"
+#include "text/text.h"
+#include "text/url_uriparser.h"
 
 namespace tovrin {
 namespace {

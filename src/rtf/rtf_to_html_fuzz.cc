@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "clipboard/rtf_to_html.h"
+#include "rtf/rtf_to_html.h"
 
 namespace {
 

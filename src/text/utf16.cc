@@ -1,6 +1,6 @@
-#include "platform/utf16.h"
+#include "text/utf16.h"
 
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

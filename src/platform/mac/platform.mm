@@ -15,8 +15,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/foundation_mac.h"
-#include "platform/pasteboard_mac.h"
+#include "platform/mac/foundation.h"
+#include "platform/mac/pasteboard.h"
 #include "platform/platform.h"
 #include "platform/system.h"
 

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_KEYBOARD_X11_H_
-#define TOVRIN_PLATFORM_KEYBOARD_X11_H_
+#ifndef TOVRIN_PLATFORM_X11_KEYBOARD_H_
+#define TOVRIN_PLATFORM_X11_KEYBOARD_H_
 
 // The synthetic copy shortcut on X11, sent through XTest to the window with
 // the input focus.
@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/desktop_x11.h"
+#include "platform/x11/desktop.h"
 
 namespace tovrin {
 
@@ -55,4 +55,4 @@ class CopyKeystroke {
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_KEYBOARD_X11_H_
+#endif  // TOVRIN_PLATFORM_X11_KEYBOARD_H_

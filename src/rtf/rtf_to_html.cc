@@ -1,4 +1,4 @@
-#include "clipboard/rtf_to_html.h"
+#include "rtf/rtf_to_html.h"
 
 #include <iconv.h>
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "platform/foundation_mac.h"
+#include "platform/mac/foundation.h"
 #include "platform/system.h"
 
 namespace tovrin {

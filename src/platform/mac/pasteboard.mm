@@ -2,7 +2,7 @@
 // is the NSPasteboard call of the same name, guarded and in an autorelease
 // pool of its own.
 
-#include "platform/pasteboard_mac.h"
+#include "platform/mac/pasteboard.h"
 
 #import <AppKit/AppKit.h>
 
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/foundation_mac.h"
+#include "platform/mac/foundation.h"
 
 namespace tovrin {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/pasteboard_x11.h"
+#include "platform/x11/pasteboard.h"
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -20,10 +20,10 @@
 #include <thread>
 #include <utility>
 
-#include "platform/selection_x11.h"
-#include "platform/text.h"
-#include "platform/utf16.h"
-#include "platform/url_uriparser.h"
+#include "platform/x11/selection.h"
+#include "text/text.h"
+#include "text/utf16.h"
+#include "text/url_uriparser.h"
 
 namespace tovrin {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/pasteboard_x11.h"
+#include "platform/x11/pasteboard.h"
 
 // GoogleTest names things that Xlib defines as macros (None, Bool), so it
 // comes before any X11 header.
@@ -22,7 +22,7 @@
 #include <future>
 #include <thread>
 
-#include "platform/selection_x11.h"
+#include "platform/x11/selection.h"
 #include "tests/xvfb_session.h"
 
 namespace tovrin {

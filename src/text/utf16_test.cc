@@ -1,11 +1,11 @@
-#include "platform/utf16.h"
+#include "text/utf16.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "platform/text.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {

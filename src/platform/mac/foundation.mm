@@ -1,4 +1,4 @@
-#include "platform/foundation_mac.h"
+#include "platform/mac/foundation.h"
 
 #import <Foundation/Foundation.h>
 
@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/utf16.h"
+#include "text/utf16.h"
 
 namespace tovrin {
 

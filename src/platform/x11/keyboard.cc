@@ -1,4 +1,4 @@
-#include "platform/keyboard_x11.h"
+#include "platform/x11/keyboard.h"
 
 #include <X11/XKBlib.h>
 #include <X11/extensions/XTest.h>

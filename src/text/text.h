@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_TEXT_H_
-#define TOVRIN_PLATFORM_TEXT_H_
+#ifndef TOVRIN_TEXT_TEXT_H_
+#define TOVRIN_TEXT_TEXT_H_
 
 #include <string>
 #include <string_view>
@@ -28,4 +28,4 @@ std::string formatSeconds(double seconds);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_TEXT_H_
+#endif  // TOVRIN_TEXT_TEXT_H_

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_FOUNDATION_MAC_H_
-#define TOVRIN_PLATFORM_FOUNDATION_MAC_H_
+#ifndef TOVRIN_PLATFORM_MAC_FOUNDATION_H_
+#define TOVRIN_PLATFORM_MAC_FOUNDATION_H_
 
 // What the files of the macOS backend share: ownership of Core Foundation
 // objects, text between std::string and CFString, and the guard around
@@ -63,4 +63,4 @@ CFStringRef createCFStringFromUtf8(std::string_view text);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_FOUNDATION_MAC_H_
+#endif  // TOVRIN_PLATFORM_MAC_FOUNDATION_H_

@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_UTF16_H_
-#define TOVRIN_PLATFORM_UTF16_H_
+#ifndef TOVRIN_TEXT_UTF16_H_
+#define TOVRIN_TEXT_UTF16_H_
 
 // Between tovrin's UTF-8 text and the UTF-16 code units that NSString holds.
 // Plain C++, so that the conversions are tested on every machine; the macOS
@@ -26,4 +26,4 @@ std::vector<uint16_t> utf16FromUtf8(std::string_view text);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_UTF16_H_
+#endif  // TOVRIN_TEXT_UTF16_H_

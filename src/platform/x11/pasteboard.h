@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_PASTEBOARD_X11_H_
-#define TOVRIN_PLATFORM_PASTEBOARD_X11_H_
+#ifndef TOVRIN_PLATFORM_X11_PASTEBOARD_H_
+#define TOVRIN_PLATFORM_X11_PASTEBOARD_H_
 
 // The general pasteboard on X11: the CLIPBOARD selection.
 //
@@ -119,4 +119,4 @@ std::string latin1IfRepresentable(std::string_view text);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_PASTEBOARD_X11_H_
+#endif  // TOVRIN_PLATFORM_X11_PASTEBOARD_H_

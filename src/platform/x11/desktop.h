@@ -1,5 +1,5 @@
-#ifndef TOVRIN_PLATFORM_DESKTOP_X11_H_
-#define TOVRIN_PLATFORM_DESKTOP_X11_H_
+#ifndef TOVRIN_PLATFORM_X11_DESKTOP_H_
+#define TOVRIN_PLATFORM_X11_DESKTOP_H_
 
 // What the X11 backend asks of the desktop besides the clipboard: which
 // window has the focus, which application it belongs to, which process owns
@@ -60,4 +60,4 @@ CopyShortcut copyShortcutFor(const std::optional<WindowClass>& windowClass);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_DESKTOP_X11_H_
+#endif  // TOVRIN_PLATFORM_X11_DESKTOP_H_

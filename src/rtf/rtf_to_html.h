@@ -1,5 +1,5 @@
-#ifndef TOVRIN_CLIPBOARD_RTF_TO_HTML_H_
-#define TOVRIN_CLIPBOARD_RTF_TO_HTML_H_
+#ifndef TOVRIN_RTF_RTF_TO_HTML_H_
+#define TOVRIN_RTF_RTF_TO_HTML_H_
 
 #include <optional>
 #include <string>
@@ -35,4 +35,4 @@ std::optional<std::string> convertRtfToHtml(std::string_view rtf);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_CLIPBOARD_RTF_TO_HTML_H_
+#endif  // TOVRIN_RTF_RTF_TO_HTML_H_
