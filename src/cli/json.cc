@@ -6,7 +6,6 @@ namespace tovrin {
 
 bool appendJsonString(std::string& out, std::string_view value) {
   if (!isValidUtf8(value)) return false;
-  static constexpr char kHex[] = "0123456789abcdef";
   out.push_back('"');
   for (const char c : value) {
     switch (c) {
@@ -21,9 +20,8 @@ bool appendJsonString(std::string& out, std::string_view value) {
       default: {
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20) {
-          out.append("\\u00");
-          out.push_back(kHex[byte >> 4]);
-          out.push_back(kHex[byte & 0xF]);
+          out.append("\\u");
+          appendHex(out, byte, 4);
         } else {
           out.push_back(c);
         }

@@ -17,7 +17,6 @@ constexpr int64_t kReadTimeoutMs = 2000;
 /// other programs, so a quote, a backslash or a control character in one is
 /// escaped to keep the log line one line.
 std::string renderTypes(const std::vector<std::string>& types) {
-  static constexpr char kHex[] = "0123456789abcdef";
   std::string text = "[";
   for (size_t i = 0; i < types.size(); ++i) {
     if (i > 0) text += ", ";
@@ -28,9 +27,8 @@ std::string renderTypes(const std::vector<std::string>& types) {
         text += '\\';
         text += c;
       } else if (byte < 0x20 || byte == 0x7f) {
-        text += "\\u00";
-        text += kHex[byte >> 4];
-        text += kHex[byte & 0xF];
+        text += "\\u";
+        appendHex(text, byte, 4);
       } else {
         text += c;
       }

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "text/text.h"
+
 // The converter reads the RTF in a single pass. Group state lives on an
 // explicit stack (never the call stack), text of the body is written into
 // the current paragraph as it arrives, and inline tags are opened lazily
@@ -1403,11 +1405,8 @@ class Converter {
       add("text-decoration: line-through");
     }
     if (rgb >= 0) {
-      static constexpr char kHex[] = "0123456789abcdef";
       std::string color = "color: #";
-      for (int shift = 20; shift >= 0; shift -= 4) {
-        color.push_back(kHex[(rgb >> shift) & 0xF]);
-      }
+      appendHex(color, static_cast<uint32_t>(rgb), 6);
       add(color);
     }
     span_memo_valid_ = true;

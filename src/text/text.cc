@@ -112,4 +112,11 @@ size_t countCharacters(std::string_view text) {
   return count;
 }
 
+void appendHex(std::string& out, uint32_t value, int digits) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
+    out.push_back(kDigits[(value >> shift) & 0xF]);
+  }
+}
+
 }  // namespace tovrin

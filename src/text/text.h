@@ -1,6 +1,7 @@
 #ifndef TOVRIN_TEXT_TEXT_H_
 #define TOVRIN_TEXT_TEXT_H_
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,11 @@ bool isValidUtf8(std::string_view text);
 /// `text`: what every " chars" count in a log line means. A letter with a
 /// combining accent, or an emoji of several code points, counts as one.
 size_t countCharacters(std::string_view text);
+
+/// Appends the low `digits` hexadecimal digits of `value`, lowercase, most
+/// significant first: the one hex writer of JSON escapes, log escapes and
+/// CSS colours.
+void appendHex(std::string& out, uint32_t value, int digits);
 
 /// "true" or "false", the way booleans appear in log lines.
 inline const char* boolText(bool value) { return value ? "true" : "false"; }
