@@ -118,7 +118,8 @@ class FakeDesktop::FakePasteboard : public Pasteboard {
 
  private:
   void record(std::string operation) {
-    desktop_.pasteboardOperations.push_back(std::move(operation));
+    desktop_.operations.push_back(std::move(operation));
+    desktop_.spendOperation();
   }
 
   FakeDesktop& desktop_;
@@ -186,13 +187,14 @@ const PasteboardContents& FakeDesktop::currentPasteboard() const {
 }
 
 bool FakeDesktop::isProcessTrusted() {
-  ++trustChecks;
+  trustCalls.emplace_back("AXIsProcessTrusted");
+  spendOperation();
   return trusted;
 }
 
 bool FakeDesktop::isProcessTrustedWithPrompt() {
-  ++trustChecks;
-  if (!trusted) ++prompts;
+  trustCalls.emplace_back("AXIsProcessTrustedWithOptions");
+  spendOperation();
   return trusted;
 }
 
@@ -203,6 +205,7 @@ AXObjectHandle FakeDesktop::createSystemWideElement() {
 AXAttributeResult FakeDesktop::copyAttributeValue(const AXObject&,
                                                   std::string_view attribute) {
   attributeQueries.emplace_back(attribute);
+  spendOperation();
   const FakeAttribute& answer =
       attribute == "AXFocusedUIElement" ? focusedElement : selectedText;
   AXAttributeResult result;
@@ -217,11 +220,13 @@ AXAttributeResult FakeDesktop::copyAttributeValue(const AXObject&,
 
 std::optional<std::string> FakeDesktop::frontmostApplicationBundleIdentifier() {
   ++frontmostQueries;
+  spendOperation();
   return frontmostApplication;
 }
 
 uint64_t FakeDesktop::modifierFlags() {
   ++modifierReads;
+  operations.emplace_back("modifierFlags");
   uint64_t flags = 0;
   for (const auto& [from, state] : modifierTimeline) {
     if (from <= clock_ + 1e-9) flags = state;
@@ -229,7 +234,8 @@ uint64_t FakeDesktop::modifierFlags() {
   return flags;
 }
 
-EventSourceHandle FakeDesktop::createEventSource(int) {
+EventSourceHandle FakeDesktop::createEventSource(int stateId) {
+  eventSourceStates.push_back(stateId);
   return std::make_unique<FakeEventSource>(liveHandles_);
 }
 
@@ -244,6 +250,8 @@ KeyboardEventHandle FakeDesktop::createKeyboardEvent(EventSource*,
 
 void FakeDesktop::deliverKeyEvent(const PostedKeyEvent& event) {
   postedEvents.push_back(event);
+  operations.emplace_back(event.keyDown ? "keyDown" : "keyUp");
+  spendOperation();
   // Applications act on the key press of the shortcut.
   if (event.keyDown && event.virtualKey == kVirtualKeyC &&
       event.flags == kEventFlagMaskCommand && copyResult) {
@@ -263,8 +271,6 @@ std::optional<std::string> FakeDesktop::convertRtfToHtml(std::string_view rtf) {
 std::optional<ParsedURL> FakeDesktop::parseURL(std::string_view text) {
   return parseURLWithUriparser(text);
 }
-
-double FakeDesktop::now() { return kEpoch + currentClock(); }
 
 void FakeDesktop::sleep(double seconds) {
   if (seconds > 0) currentClock() += seconds;

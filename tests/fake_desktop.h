@@ -4,7 +4,8 @@
 // An in-memory desktop on a virtual clock, for testing every subsystem
 // without a real one. Tests script it through its public members, run the
 // code under test, then look at what it recorded: log lines, the answer on
-// standard output, pasteboard operations, posted key events, live handles.
+// standard output, the desktop operations in order, posted key events, live
+// handles.
 
 #include <cstdint>
 #include <functional>
@@ -76,19 +77,28 @@ class FakeDesktop : public Platform {
   /// How long the pasteboard takes to answer a read of HTML or RTF.
   double htmlReadSeconds = 0.0;
   double rtfReadSeconds = 0.0;
-  /// Replaces the RTF converter; the real one is used when unset.
+  /// How long every other query of the desktop takes: trust checks, the
+  /// frontmost application, accessibility queries, pasteboard operations,
+  /// posting key events. Reading the modifier state takes no time.
+  double operationSeconds = 0.0;
+  /// The RTF converter; without one, no RTF converts.
   std::function<std::optional<std::string>(std::string_view)> rtfConverter;
 
   // --- What happened ----------------------------------------------------
 
   std::vector<std::string> logLines;
   std::string output;
-  /// Pasteboard operations in order: "types", "string", "html", "rtf",
-  /// "urlObjects", "items", "propertyList NAME", "clear", "setString TEXT".
-  std::vector<std::string> pasteboardOperations;
+  /// Pasteboard operations, modifier reads and posted keys, in order:
+  /// "types", "string", "html", "rtf", "urlObjects", "items",
+  /// "propertyList NAME", "clear", "setString TEXT", "modifierFlags",
+  /// "keyDown", "keyUp".
+  std::vector<std::string> operations;
   std::vector<PostedKeyEvent> postedEvents;
-  int trustChecks = 0;
-  int prompts = 0;
+  /// The trust calls made: "AXIsProcessTrusted" (never prompts) or
+  /// "AXIsProcessTrustedWithOptions" (prompts when not trusted).
+  std::vector<std::string> trustCalls;
+  /// The state each event source was created with.
+  std::vector<int> eventSourceStates;
   int frontmostQueries = 0;
   int modifierReads = 0;
   std::vector<std::string> attributeQueries;
@@ -115,16 +125,12 @@ class FakeDesktop : public Platform {
   std::shared_ptr<Pasteboard> generalPasteboard() override;
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override;
   std::optional<ParsedURL> parseURL(std::string_view text) override;
-  double now() override;
   void sleep(double seconds) override;
   std::chrono::nanoseconds monotonicNow() override;
   std::shared_ptr<Semaphore> createSemaphore() override;
   void dispatchAsync(std::function<void()> work) override;
   void log(std::string_view line) override;
   void writeOutput(std::string_view text) override;
-
-  /// The wall-clock reading at virtual time 0.
-  static constexpr double kEpoch = 1.7e9;
 
  private:
   class FakePasteboard;
@@ -139,6 +145,8 @@ class FakeDesktop : public Platform {
   /// at its submission.
   void runPendingWork();
   void deliverKeyEvent(const PostedKeyEvent& event);
+  /// One query of the desktop: its virtual time passes.
+  void spendOperation() { sleep(operationSeconds); }
 
   double clock_ = 0.0;
   std::optional<double> workerClock_;

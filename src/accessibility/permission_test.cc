@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli/output.h"
 #include "fake_desktop.h"
 
 namespace tovrin {
@@ -11,38 +12,33 @@ namespace {
 
 using nlohmann::json;
 using testing::FakeDesktop;
+using Lines = std::vector<std::string>;
 
 TEST(PermissionCommandsTest, CheckReportsTheTrustStateWithoutPrompting) {
   for (const bool trusted : {false, true}) {
     FakeDesktop desktop;
     desktop.trusted = trusted;
-    checkAccessibility(desktop);
+    const std::string answer = encodeResponse(checkAccessibility(desktop)).value();
     const std::string state = trusted ? "true" : "false";
-    EXPECT_EQ(desktop.logLines,
-              std::vector<std::string>{"[tovrin] check-accessibility: " + state});
-    EXPECT_EQ(desktop.output,
-              "{\"success\":true,\"granted\":" + state + "}\n");
-    EXPECT_EQ(json::parse(desktop.output),
-              json({{"success", true}, {"granted", trusted}}));
-    EXPECT_EQ(desktop.trustChecks, 1);
-    EXPECT_EQ(desktop.prompts, 0);
+    EXPECT_EQ(desktop.logLines, Lines{"[tovrin] check-accessibility: " + state});
+    EXPECT_EQ(answer, "{\"success\":true,\"granted\":" + state + "}");
+    EXPECT_EQ(json::parse(answer), json({{"success", true}, {"granted", trusted}}));
+    EXPECT_EQ(desktop.trustCalls, Lines{"AXIsProcessTrusted"});
   }
 }
 
-TEST(PermissionCommandsTest, RequestPromptsOnlyWhenNotTrusted) {
+TEST(PermissionCommandsTest, RequestAsksWithThePromptOnce) {
   for (const bool trusted : {false, true}) {
     FakeDesktop desktop;
     desktop.trusted = trusted;
-    requestAccessibility(desktop);
+    const std::string answer =
+        encodeResponse(requestAccessibility(desktop)).value();
     const std::string state = trusted ? "true" : "false";
     EXPECT_EQ(desktop.logLines,
-              (std::vector<std::string>{
-                  "[tovrin] request-accessibility",
-                  "[tovrin] AXIsProcessTrustedWithOptions: " + state}));
-    EXPECT_EQ(json::parse(desktop.output),
-              json({{"success", true}, {"granted", trusted}}));
-    EXPECT_EQ(desktop.trustChecks, 1);
-    EXPECT_EQ(desktop.prompts, trusted ? 0 : 1);
+              (Lines{"[tovrin] request-accessibility",
+                     "[tovrin] AXIsProcessTrustedWithOptions: " + state}));
+    EXPECT_EQ(json::parse(answer), json({{"success", true}, {"granted", trusted}}));
+    EXPECT_EQ(desktop.trustCalls, Lines{"AXIsProcessTrustedWithOptions"});
   }
 }
 

@@ -4,7 +4,6 @@
 
 #include "accessibility/focused_text.h"
 #include "capture/synthetic_copy.h"
-#include "cli/response.h"
 #include "platform/platform.h"
 #include "text/text.h"
 
@@ -19,16 +18,15 @@ constexpr char kFinderBundleIdentifier[] = "com.apple.finder";
 
 }  // namespace
 
-void getSelection(Platform& platform) {
-  const double commandStart = platform.now();
+Response getSelection(Platform& platform) {
+  const auto commandStart = platform.monotonicNow();
   platform.log("[tovrin] Starting get-selection");
 
   const bool trusted = platform.isProcessTrusted();
   platform.log(std::string("[tovrin] AXIsProcessTrusted: ") +
                boolText(trusted));
   if (!trusted) {
-    outputError(platform, kPermissionMessage);
-    return;
+    return ErrorResponse{kPermissionMessage};
   }
 
   const std::string bundleIdentifier =
@@ -45,41 +43,41 @@ void getSelection(Platform& platform) {
         "CGEvent copy for file paths");
   } else {
     platform.log("[tovrin] Trying accessibility API...");
-    const double accessibilityStart = platform.now();
+    const auto accessibilityStart = platform.monotonicNow();
     auto text = getSelectedTextViaAccessibility(platform);
     if (text) {
       platform.log("[tovrin] SUCCESS via accessibility in " +
-                   formatSeconds(platform.now() - commandStart));
-      outputSuccess(platform, std::move(text), "accessibility", std::nullopt,
-                    std::nullopt);
-      return;
+                   formatSeconds(secondsSince(platform, commandStart)));
+      return SuccessResponse{.text = std::move(text),
+                             .method = "accessibility"};
     }
     platform.log("[tovrin] Accessibility failed in " +
-                 formatSeconds(platform.now() - accessibilityStart) +
+                 formatSeconds(secondsSince(platform, accessibilityStart)) +
                  ", trying CGEvent");
   }
 
   platform.log("[tovrin] Starting CGEvent method...");
-  const double copyStart = platform.now();
+  const auto copyStart = platform.monotonicNow();
   auto result = getSelectedTextViaCGEvent(platform);
   if (result) {
-    const double copySeconds = platform.now() - copyStart;
-    const double totalSeconds = platform.now() - commandStart;
+    const double copySeconds = secondsSince(platform, copyStart);
+    const double totalSeconds = secondsSince(platform, commandStart);
     platform.log("[tovrin] SUCCESS via CGEvent in " +
                  formatSeconds(copySeconds) +
                  " (total: " + formatSeconds(totalSeconds) + ")");
     std::optional<std::vector<std::string>> filePaths;
     if (!result->filePaths.empty()) filePaths = std::move(result->filePaths);
-    outputSuccess(platform, std::move(result->text), "cgevent",
-                  std::move(result->html), std::move(filePaths));
-    return;
+    return SuccessResponse{.text = std::move(result->text),
+                           .method = "cgevent",
+                           .html = std::move(result->html),
+                           .file_paths = std::move(filePaths)};
   }
 
   platform.log("[tovrin] CGEvent failed in " +
-               formatSeconds(platform.now() - copyStart));
+               formatSeconds(secondsSince(platform, copyStart)));
   platform.log("[tovrin] FAILED total time: " +
-               formatSeconds(platform.now() - commandStart));
-  outputError(platform, kNothingMessage);
+               formatSeconds(secondsSince(platform, commandStart)));
+  return ErrorResponse{kNothingMessage};
 }
 
 }  // namespace tovrin

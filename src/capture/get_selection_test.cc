@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli/output.h"
 #include "fake_desktop.h"
 
 namespace tovrin {
@@ -37,7 +38,7 @@ struct Scenario {
   std::optional<std::string> accessibilityText;
   std::optional<PasteboardContents> copy;
   Lines lines;
-  json answer;
+  std::string answer;
 };
 
 const Lines kCopyStart = {
@@ -48,7 +49,7 @@ const Lines kCopyStart = {
 const Lines kAccessibilityFailed = {
     "[tovrin] Trying accessibility API...",
     "[tovrin] Accessibility: Could not get selected text (error: -25212)",
-    "[tovrin] Accessibility failed in 0.000s, trying CGEvent",
+    "[tovrin] Accessibility failed in 0.002s, trying CGEvent",
 };
 const Lines kTextCopied = {
     "[tovrin] CGEvent: Got clipboard on attempt 1: 4 chars",
@@ -57,13 +58,13 @@ const Lines kTextCopied = {
     "\"public.html\"]",
     "[tovrin] Checking for direct HTML on clipboard...",
     "[tovrin] Found HTML content: 11 chars",
-    "[tovrin] HTML capture took 0.000s",
+    "[tovrin] HTML capture took 0.002s",
     "[tovrin] CGEvent: Restored original clipboard",
 };
 const Lines kNothingCopied = {
     "[tovrin] CGEvent: Restored original clipboard (no copy)",
     "[tovrin] CGEvent: No text copied",
-    "[tovrin] CGEvent failed in 0.450s",
+    "[tovrin] CGEvent failed in 0.464s",
 };
 
 Lines concat(std::initializer_list<Lines> parts) {
@@ -78,8 +79,8 @@ Lines header(const std::string& frontmost, bool finder) {
               ", finder=" + (finder ? "true" : "false")};
 }
 
-const json kNothing = {{"success", false},
-                       {"error", "No text selected or could not copy"}};
+const char kNothing[] =
+    R"({"success":false,"error":"No text selected or could not copy"})";
 
 TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
   const char* kFinderLine =
@@ -89,28 +90,25 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
       {"permission missing", false, "com.apple.TextEdit", std::nullopt,
        std::nullopt,
        {"[tovrin] Starting get-selection", "[tovrin] AXIsProcessTrusted: false"},
-       {{"success", false},
-        {"error",
-         "Accessibility permission required - please grant in System Settings "
-         "> Privacy & Security > Accessibility"}}},
+       R"({"success":false,"error":"Accessibility permission required - )"
+       R"(please grant in System Settings > Privacy & Security > )"
+       R"(Accessibility"})"},
       {"accessibility text", true, "com.apple.TextEdit", "Hello", std::nullopt,
        concat({header("com.apple.TextEdit", false),
                {"[tovrin] Trying accessibility API...",
                 "[tovrin] Accessibility: Got 5 chars",
-                "[tovrin] SUCCESS via accessibility in 0.000s"}}),
-       {{"success", true}, {"text", "Hello"}, {"method", "accessibility"}}},
+                "[tovrin] SUCCESS via accessibility in 0.004s"}}),
+       R"({"success":true,"text":"Hello","method":"accessibility"})"},
       {"copied text", true, "com.apple.TextEdit", std::nullopt,
        copiedText("Copy", "<b>Copy</b>"),
        concat({header("com.apple.TextEdit", false), kAccessibilityFailed,
                kCopyStart, kTextCopied,
-               {"[tovrin] SUCCESS via CGEvent in 0.250s (total: 0.250s)"}}),
-       {{"success", true},
-        {"text", "Copy"},
-        {"method", "cgevent"},
-        {"html", "<b>Copy</b>"}}},
+               {"[tovrin] SUCCESS via CGEvent in 0.262s (total: 0.266s)"}}),
+       R"({"success":true,"text":"Copy","method":"cgevent",)"
+       R"("html":"<b>Copy<\/b>"})"},
       {"nothing anywhere", true, std::nullopt, std::nullopt, std::nullopt,
        concat({header("unknown", false), kAccessibilityFailed, kCopyStart,
-               kNothingCopied, {"[tovrin] FAILED total time: 0.450s"}}),
+               kNothingCopied, {"[tovrin] FAILED total time: 0.468s"}}),
        kNothing},
       {"Finder with files", true, "com.apple.finder", "ignored", copiedFiles(),
        concat({header("com.apple.finder", true), {kFinderLine}, kCopyStart,
@@ -118,13 +116,12 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
                 "[tovrin] Combined file path extraction: 1 unique path(s)",
                 "[tovrin] CGEvent: Got 1 file path(s)",
                 "[tovrin] CGEvent: Restored original clipboard",
-                "[tovrin] SUCCESS via CGEvent in 0.250s (total: 0.250s)"}}),
-       {{"success", true},
-        {"method", "cgevent"},
-        {"file_paths", {"/Users/me/report.pdf"}}}},
+                "[tovrin] SUCCESS via CGEvent in 0.259s (total: 0.261s)"}}),
+       R"({"success":true,"method":"cgevent",)"
+       R"("file_paths":["\/Users\/me\/report.pdf"]})"},
       {"Finder with nothing", true, "com.apple.finder", "ignored", std::nullopt,
        concat({header("com.apple.finder", true), {kFinderLine}, kCopyStart,
-               kNothingCopied, {"[tovrin] FAILED total time: 0.450s"}}),
+               kNothingCopied, {"[tovrin] FAILED total time: 0.466s"}}),
        kNothing},
   };
   for (const Scenario& s : scenarios) {
@@ -138,16 +135,20 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
     desktop.pasteboard.string = "saved";
     desktop.copyResult = s.copy;
     desktop.copyDelay = 0.01;
+    // Every query takes time, so each duration shows where it starts.
+    desktop.operationSeconds = 0.001;
 
-    getSelection(desktop);
+    const std::string answer = encodeResponse(getSelection(desktop)).value();
 
     EXPECT_EQ(desktop.logLines, s.lines);
-    ASSERT_EQ(desktop.output.find('\n'), desktop.output.size() - 1);
-    EXPECT_EQ(json::parse(desktop.output), s.answer);
+    EXPECT_EQ(answer, s.answer);
+    EXPECT_TRUE(json::accept(answer));
+    // Only the trust call that never prompts.
+    EXPECT_EQ(desktop.trustCalls, Lines{"AXIsProcessTrusted"});
     EXPECT_EQ(desktop.liveHandles(), 0);
     if (!s.trusted) {
       EXPECT_EQ(desktop.frontmostQueries, 0);
-      EXPECT_TRUE(desktop.pasteboardOperations.empty());
+      EXPECT_TRUE(desktop.operations.empty());
     } else if (s.copy || s.lines.back().starts_with("[tovrin] FAILED")) {
       EXPECT_EQ(desktop.currentPasteboard().string, "saved");
     }
@@ -158,26 +159,11 @@ TEST(GetSelectionTest, OnlyTheExactFinderIdentifierSkipsAccessibility) {
   FakeDesktop desktop;
   desktop.frontmostApplication = "com.apple.Finder";
   desktop.selectedText = {kAXErrorSuccess, std::string("text")};
-  getSelection(desktop);
+  const Response answer = getSelection(desktop);
   EXPECT_EQ(desktop.logLines[2],
             "[tovrin] Frontmost app: com.apple.Finder, finder=false");
-  EXPECT_EQ(json::parse(desktop.output)["method"], "accessibility");
-}
-
-TEST(GetSelectionTest, DurationsRunFromTheirOwnStarts) {
-  // The permission check and the frontmost query take no virtual time, so
-  // slow strategies show where each duration starts.
-  FakeDesktop desktop;
-  desktop.modifierTimeline = {{0.0, kModifierFlagShift}, {0.3, 0}};
-  desktop.copyResult = copiedText("Copy", std::nullopt);
-  desktop.pasteboard.string.reset();
-  getSelection(desktop);
-  // 0.3 s of modifier wait, 0.05 before clearing, 0.15 after posting; no
-  // restore pause without saved text.
-  EXPECT_EQ(desktop.logLines.back(),
-            "[tovrin] SUCCESS via CGEvent in 0.500s (total: 0.500s)");
-  EXPECT_EQ(json::parse(desktop.output),
-            json({{"success", true}, {"text", "Copy"}, {"method", "cgevent"}}));
+  ASSERT_TRUE(std::holds_alternative<SuccessResponse>(answer));
+  EXPECT_EQ(std::get<SuccessResponse>(answer).method, "accessibility");
 }
 
 }  // namespace

@@ -102,10 +102,10 @@ std::optional<ClipboardCaptureResult> getSelectedTextViaCGEvent(
                    std::to_string(attempt) + ": " +
                    std::to_string(countCharacters(*text)) + " chars");
       platform.log("[tovrin] Attempting HTML capture...");
-      const double htmlStart = platform.now();
+      const auto htmlStart = platform.monotonicNow();
       auto html = getHtmlFromClipboard(platform);
       platform.log("[tovrin] HTML capture took " +
-                   formatSeconds(platform.now() - htmlStart));
+                   formatSeconds(secondsSince(platform, htmlStart)));
       restoreAfterCapture();
       return ClipboardCaptureResult{std::move(text), std::move(html), {}};
     }

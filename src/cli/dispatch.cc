@@ -2,14 +2,14 @@
 
 #include "accessibility/permission.h"
 #include "capture/get_selection.h"
-#include "cli/response.h"
+#include "cli/output.h"
 
 namespace tovrin {
 namespace {
 
 struct Command {
   const char* name;
-  void (*handler)(Platform&);
+  Response (*handler)(Platform&);
 };
 
 // Compared in this order, whole text and case-sensitive.
@@ -24,17 +24,17 @@ constexpr Command kCommands[] = {
 int dispatchCommand(Platform& platform,
                     const std::vector<std::string>& arguments) {
   if (arguments.size() < 2) {
-    outputError(platform, kUsageMessage);
+    outputError(platform, ErrorResponse{kUsageMessage});
     return 1;
   }
   const std::string& command = arguments[1];
   for (const Command& candidate : kCommands) {
     if (command == candidate.name) {
-      candidate.handler(platform);
+      outputResponse(platform, candidate.handler(platform));
       return 0;
     }
   }
-  outputError(platform, "Unknown command: " + command);
+  outputError(platform, ErrorResponse{"Unknown command: " + command});
   return 1;
 }
 

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/response.h"
+#include "cli/output.h"
 #include "fake_desktop.h"
 
 namespace tovrin {
@@ -12,27 +12,34 @@ namespace {
 
 using nlohmann::json;
 
+SuccessResponse success(std::optional<std::string> text, std::string method,
+                        std::optional<std::string> html,
+                        std::optional<std::vector<std::string>> filePaths) {
+  return {std::move(text), std::move(method), std::move(html),
+          std::move(filePaths)};
+}
+
 std::string encoded(const SuccessResponse& response) {
   return encodeResponse(response).value_or("<not encoded>");
 }
 
 TEST(ResponseEncodingTest, WritesTheDocumentedExamplesExactly) {
-  EXPECT_EQ(encoded(SuccessResponse("Hello", "accessibility", std::nullopt,
+  EXPECT_EQ(encoded(success("Hello", "accessibility", std::nullopt,
                                     std::nullopt)),
             R"({"success":true,"text":"Hello","method":"accessibility"})");
-  EXPECT_EQ(encoded(SuccessResponse(std::nullopt, "cgevent", std::nullopt,
+  EXPECT_EQ(encoded(success(std::nullopt, "cgevent", std::nullopt,
                                     std::vector<std::string>{
                                         "/tmp/report.pdf"})),
             R"({"success":true,"method":"cgevent","file_paths":["\/tmp\/report.pdf"]})");
-  EXPECT_EQ(encoded(SuccessResponse("Hi", "cgevent", std::nullopt,
+  EXPECT_EQ(encoded(success("Hi", "cgevent", std::nullopt,
                                     std::vector<std::string>{})),
             R"({"success":true,"text":"Hi","method":"cgevent","file_paths":[]})");
-  EXPECT_EQ(encodeResponse(ErrorResponse("No text selected or could not copy")),
+  EXPECT_EQ(encodeResponse(ErrorResponse{"No text selected or could not copy"}),
             R"({"success":false,"error":"No text selected or could not copy"})");
 }
 
 TEST(ResponseEncodingTest, PresentEmptyValuesAreWrittenAbsentOnesLeftOut) {
-  const json all = json::parse(encoded(SuccessResponse(
+  const json all = json::parse(encoded(success(
       "", "cgevent", "", std::vector<std::string>{})));
   EXPECT_EQ(all, json({{"success", true},
                        {"text", ""},
@@ -41,7 +48,7 @@ TEST(ResponseEncodingTest, PresentEmptyValuesAreWrittenAbsentOnesLeftOut) {
                        {"file_paths", json::array()}}));
 
   const json bare = json::parse(
-      encoded(SuccessResponse(std::nullopt, "cgevent", std::nullopt,
+      encoded(success(std::nullopt, "cgevent", std::nullopt,
                               std::nullopt)));
   EXPECT_EQ(bare, json({{"success", true}, {"method", "cgevent"}}));
 }
@@ -51,7 +58,7 @@ TEST(ResponseEncodingTest, EscapesWhatJsonRequiresAndTheSolidus) {
       "quote\" backslash\\ slash/ tab\t lf\n cr\r bs\b ff\f nul" +
       std::string(1, '\0') + " us\x1f del\x7f";
   const std::string line = encoded(
-      SuccessResponse(text, "accessibility", "<a href=\"x/y\">", std::nullopt));
+      success(text, "accessibility", "<a href=\"x/y\">", std::nullopt));
   EXPECT_EQ(line,
             "{\"success\":true,\"text\":\"quote\\\" backslash\\\\ slash\\/ "
             "tab\\t lf\\n cr\\r bs\\b ff\\f nul\\u0000 us\\u001f del\x7f\","
@@ -65,22 +72,22 @@ TEST(ResponseEncodingTest, EscapesWhatJsonRequiresAndTheSolidus) {
 TEST(ResponseEncodingTest, WritesNonAsciiAsRawUtf8) {
   const std::string text = "caf\xC3\xA9 \xE6\xBC\xA2\xE5\xAD\x97 \xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD";
   const std::string line =
-      encoded(SuccessResponse(text, "cgevent", std::nullopt, std::nullopt));
+      encoded(success(text, "cgevent", std::nullopt, std::nullopt));
   EXPECT_NE(line.find(text), std::string::npos);
   EXPECT_EQ(line.find("\\u"), std::string::npos);
   EXPECT_EQ(json::parse(line)["text"], text);
 }
 
 TEST(ResponseEncodingTest, TextThatIsNotUtf8CannotBeEncoded) {
-  EXPECT_FALSE(encodeResponse(SuccessResponse("\xff", "cgevent", std::nullopt,
+  EXPECT_FALSE(encodeResponse(success("\xff", "cgevent", std::nullopt,
                                               std::nullopt)));
-  EXPECT_FALSE(encodeResponse(ErrorResponse("Unknown command: \xC3")));
+  EXPECT_FALSE(encodeResponse(ErrorResponse{"Unknown command: \xC3"}));
 }
 
 TEST(OutputTest, WritesOneLineOrNothingAtAll) {
   testing::FakeDesktop desktop;
-  outputSuccess(desktop, "a\nb", "cgevent", std::nullopt,
-                std::vector<std::string>{"/x", "/y"});
+  outputSuccess(desktop, success("a\nb", "cgevent", std::nullopt,
+                                 std::vector<std::string>{"/x", "/y"}));
   EXPECT_EQ(desktop.output,
             "{\"success\":true,\"text\":\"a\\nb\",\"method\":\"cgevent\","
             "\"file_paths\":[\"\\/x\",\"\\/y\"]}\n");
@@ -88,7 +95,7 @@ TEST(OutputTest, WritesOneLineOrNothingAtAll) {
             json::array({"/x", "/y"}));
 
   testing::FakeDesktop failing;
-  outputError(failing, "bad \xff byte");
+  outputError(failing, ErrorResponse{"bad \xff byte"});
   EXPECT_EQ(failing.output, "");
   EXPECT_TRUE(failing.logLines.empty());
 }

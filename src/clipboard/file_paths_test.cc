@@ -28,7 +28,7 @@ TEST(FilePathsTest, EveryStrategyCountsItsOwnAndTheCombinedListIsUnique) {
                    "[tovrin] File path strategy #2 (pasteboardItems .fileURL): 2",
                    "[tovrin] File path strategy #3 (NSFilenamesPboardType): 2",
                    "[tovrin] Combined file path extraction: 2 unique path(s)"}));
-  EXPECT_EQ(desktop.pasteboardOperations,
+  EXPECT_EQ(desktop.operations,
             (Lines{"urlObjects", "items", "propertyList NSFilenamesPboardType"}));
 }
 
@@ -74,6 +74,15 @@ TEST(FilePathsTest, UrlObjectsWithEmptyPathsAreDroppedBeforeCounting) {
   EXPECT_EQ(readPaths(desktop), Lines{"/x"});
   EXPECT_EQ(desktop.logLines.front(),
             "[tovrin] File path strategy #1 (readObjects NSURL): 1");
+}
+
+TEST(FilePathsTest, FilenamesListEntriesAreCountedUnfilteredThenCleaned) {
+  FakeDesktop desktop;
+  desktop.pasteboard.filenames = PropertyList{Lines{"", " /x ", "", "/x", "/y"}};
+  EXPECT_EQ(readPaths(desktop), (Lines{"/x", "/y"}));
+  EXPECT_EQ(desktop.logLines,
+            (Lines{"[tovrin] File path strategy #3 (NSFilenamesPboardType): 5",
+                   "[tovrin] Combined file path extraction: 2 unique path(s)"}));
 }
 
 TEST(DedupePathsTest, TrimsDropsBlanksAndKeepsFirstOccurrences) {

@@ -32,7 +32,7 @@ TEST(HtmlFromClipboardTest, DirectHtmlWinsAndTheRtfIsNotRead) {
   EXPECT_EQ(desktop.logLines,
             (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
                    "[tovrin] Found HTML content: 11 chars"}));
-  EXPECT_EQ(desktop.pasteboardOperations, (Lines{"types", "html"}));
+  EXPECT_EQ(desktop.operations, (Lines{"types", "html"}));
 }
 
 TEST(HtmlFromClipboardTest, EmptyHtmlIsStillAnAnswer) {
@@ -58,6 +58,18 @@ TEST(HtmlFromClipboardTest, UnreadableOrMissingRtfGivesNothing) {
             (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
                    "[tovrin] Checking for RTF on clipboard...",
                    "[tovrin] Found RTF data: 0 bytes, converting to HTML...",
+                   "[tovrin] No HTML or RTF content found on clipboard"}));
+
+  // A converter that gives bytes which are not UTF-8 gave no HTML.
+  FakeDesktop broken = desktopWith(std::nullopt, "{\\rtf1 x}");
+  broken.rtfConverter = [](std::string_view) {
+    return std::optional<std::string>("<p>\xC3(</p>");
+  };
+  EXPECT_EQ(getHtmlFromClipboard(broken), std::nullopt);
+  EXPECT_EQ(broken.logLines,
+            (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
+                   "[tovrin] Checking for RTF on clipboard...",
+                   "[tovrin] Found RTF data: 9 bytes, converting to HTML...",
                    "[tovrin] No HTML or RTF content found on clipboard"}));
 
   FakeDesktop neither = desktopWith(std::nullopt, std::nullopt);

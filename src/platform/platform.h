@@ -198,11 +198,11 @@ class Platform {
   virtual std::optional<ParsedURL> parseURL(std::string_view text) = 0;
 
   // Time and threads.
-  /// Wall-clock time in seconds.
-  virtual double now() = 0;
   /// Blocks the calling thread for `seconds`.
   virtual void sleep(double seconds) = 0;
-  /// The monotonic clock that deadlines of bounded reads are taken on.
+  /// The monotonic clock. Every duration and deadline is measured on it: a
+  /// step of the wall clock (NTP, the user) must not stretch a wait or make
+  /// a logged duration negative.
   virtual std::chrono::nanoseconds monotonicNow() = 0;
   virtual std::shared_ptr<Semaphore> createSemaphore() = 0;
   /// Runs `work` on a worker thread of user-initiated priority, later;
@@ -216,6 +216,11 @@ class Platform {
   /// Writes `text` to standard output and flushes it.
   virtual void writeOutput(std::string_view text) = 0;
 };
+
+/// Seconds on the monotonic clock since `start`, an earlier monotonicNow().
+inline double secondsSince(Platform& platform, std::chrono::nanoseconds start) {
+  return std::chrono::duration<double>(platform.monotonicNow() - start).count();
+}
 
 /// The platform of the backend that this build was made with.
 std::unique_ptr<Platform> createPlatform();

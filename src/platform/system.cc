@@ -9,11 +9,6 @@
 
 namespace tovrin {
 
-double wallClockNow() {
-  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration<double>(sinceEpoch).count();
-}
-
 void sleepSeconds(double seconds) {
   if (!(seconds > 0)) return;
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));

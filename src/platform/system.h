@@ -17,8 +17,6 @@
 
 namespace tovrin {
 
-/// Wall-clock time in seconds since the epoch.
-double wallClockNow();
 /// Blocks the calling thread for `seconds` (nothing for 0 or less).
 void sleepSeconds(double seconds);
 /// The monotonic clock, unaffected by changes of the wall clock.
@@ -40,7 +38,6 @@ void dispatchToWorker(std::function<void()> work);
 /// derive from: they add what is particular to their desktop.
 class SystemPlatform : public Platform {
  public:
-  double now() override { return wallClockNow(); }
   void sleep(double seconds) override { sleepSeconds(seconds); }
   std::chrono::nanoseconds monotonicNow() override {
     return monotonicClockNow();

@@ -36,11 +36,5 @@ TEST(CharacterCountTest, CountsUserPerceivedCharacters) {
   EXPECT_EQ(countCharacters("\xE6\xBC\xA2\xE5\xAD\x97"), 2u);
 }
 
-TEST(FormatTest, SecondsHaveThreeDecimals) {
-  EXPECT_EQ(formatSeconds(0), "0.000s");
-  EXPECT_EQ(formatSeconds(0.2504), "0.250s");
-  EXPECT_EQ(formatSeconds(12.3456), "12.346s");
-}
-
 }  // namespace
 }  // namespace tovrin

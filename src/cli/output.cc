@@ -1,9 +1,18 @@
-#include "cli/response.h"
+#include "cli/output.h"
 
 #include "cli/json.h"
 #include "platform/platform.h"
 
 namespace tovrin {
+namespace {
+
+void writeAnswerLine(Platform& platform,
+                     const std::optional<std::string>& encoded) {
+  if (!encoded) return;
+  platform.writeOutput(*encoded + "\n");
+}
+
+}  // namespace
 
 std::optional<std::string> encodeResponse(const SuccessResponse& response) {
   JsonObjectWriter writer;
@@ -24,22 +33,26 @@ std::optional<std::string> encodeResponse(const ErrorResponse& response) {
   return std::move(writer).finish();
 }
 
-void writeAnswerLine(Platform& platform,
-                     const std::optional<std::string>& encoded) {
-  if (!encoded) return;
-  platform.writeOutput(*encoded + "\n");
+std::optional<std::string> encodeResponse(const PermissionResponse& response) {
+  JsonObjectWriter writer;
+  writer.addBool("success", response.success);
+  writer.addBool("granted", response.granted);
+  return std::move(writer).finish();
 }
 
-void outputSuccess(Platform& platform, std::optional<std::string> text,
-                   std::string method, std::optional<std::string> html,
-                   std::optional<std::vector<std::string>> filePaths) {
-  const SuccessResponse response(std::move(text), std::move(method),
-                                 std::move(html), std::move(filePaths));
+std::optional<std::string> encodeResponse(const Response& response) {
+  return std::visit([](const auto& r) { return encodeResponse(r); }, response);
+}
+
+void outputSuccess(Platform& platform, const SuccessResponse& response) {
   writeAnswerLine(platform, encodeResponse(response));
 }
 
-void outputError(Platform& platform, std::string_view message) {
-  const ErrorResponse response{std::string(message)};
+void outputError(Platform& platform, const ErrorResponse& response) {
+  writeAnswerLine(platform, encodeResponse(response));
+}
+
+void outputResponse(Platform& platform, const Response& response) {
   writeAnswerLine(platform, encodeResponse(response));
 }
 
