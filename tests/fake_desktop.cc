@@ -259,6 +259,26 @@ void FakeDesktop::deliverKeyEvent(const PostedKeyEvent& event) {
   }
 }
 
+CopyRunLockHandle FakeDesktop::lockCopyRun(std::chrono::milliseconds timeout) {
+  class Lock : public CopyRunLock {
+   public:
+    explicit Lock(std::vector<std::string>& operations)
+        : operations_(operations) {}
+    ~Lock() override { operations_.emplace_back("unlock"); }
+
+   private:
+    std::vector<std::string>& operations_;
+  };
+  const double limit = clock_ + std::chrono::duration<double>(timeout).count();
+  if (otherCopyRunSeconds > limit) {
+    clock_ = std::max(clock_, limit);
+    return nullptr;
+  }
+  clock_ = std::max(clock_, otherCopyRunSeconds);
+  operations.emplace_back("lock");
+  return std::make_unique<Lock>(operations);
+}
+
 std::shared_ptr<Pasteboard> FakeDesktop::generalPasteboard() {
   return pasteboard_;
 }

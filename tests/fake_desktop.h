@@ -64,6 +64,9 @@ class FakeDesktop : public Platform {
   /// (seconds since the start) until the next step's.
   std::vector<std::pair<double, uint64_t>> modifierTimeline = {{0.0, 0}};
 
+  /// How long another copy run keeps the clipboard from virtual time 0.
+  double otherCopyRunSeconds = 0.0;
+
   bool failKeyDownCreation = false;
   bool failKeyUpCreation = false;
 
@@ -91,7 +94,7 @@ class FakeDesktop : public Platform {
   /// Pasteboard operations, modifier reads and posted keys, in order:
   /// "types", "string", "html", "rtf", "urlObjects", "items",
   /// "propertyList NAME", "clear", "setString TEXT", "modifierFlags",
-  /// "keyDown", "keyUp".
+  /// "keyDown", "keyUp", "lock" and "unlock" (of the copy run's lock).
   std::vector<std::string> operations;
   std::vector<PostedKeyEvent> postedEvents;
   /// The trust calls made: "AXIsProcessTrusted" (never prompts) or
@@ -122,6 +125,7 @@ class FakeDesktop : public Platform {
   KeyboardEventHandle createKeyboardEvent(EventSource* source,
                                           uint16_t virtualKey,
                                           bool keyDown) override;
+  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override;
   std::shared_ptr<Pasteboard> generalPasteboard() override;
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override;
   std::optional<ParsedURL> parseURL(std::string_view text) override;

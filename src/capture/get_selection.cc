@@ -32,7 +32,7 @@ Response getSelection(Platform& platform) {
   const std::string bundleIdentifier =
       platform.frontmostApplicationBundleIdentifier().value_or("unknown");
   const bool finder = bundleIdentifier == kFinderBundleIdentifier;
-  platform.log("[tovrin] Frontmost app: " + bundleIdentifier +
+  platform.log("[tovrin] Frontmost app: " + escapeForLog(bundleIdentifier) +
                ", finder=" + boolText(finder));
 
   if (finder) {

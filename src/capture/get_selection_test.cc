@@ -155,6 +155,16 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
   }
 }
 
+TEST(GetSelectionTest, AnApplicationNameCannotForgeALogLine) {
+  FakeDesktop desktop;
+  desktop.frontmostApplication = "x\n[tovrin] SUCCESS\x1b[2J";
+  desktop.selectedText = {kAXErrorSuccess, std::string("text")};
+  getSelection(desktop);
+  EXPECT_EQ(desktop.logLines[2],
+            "[tovrin] Frontmost app: x\\u000a[tovrin] SUCCESS\\u001b[2J, "
+            "finder=false");
+}
+
 TEST(GetSelectionTest, OnlyTheExactFinderIdentifierSkipsAccessibility) {
   FakeDesktop desktop;
   desktop.frontmostApplication = "com.apple.Finder";

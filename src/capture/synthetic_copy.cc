@@ -1,5 +1,6 @@
 #include "capture/synthetic_copy.h"
 
+#include <chrono>
 #include <memory>
 
 #include "capture/modifier_wait.h"
@@ -16,6 +17,9 @@ constexpr double kPauseAfterPost = 0.15;
 constexpr int kTextReadAttempts = 5;
 constexpr double kPauseBetweenReads = 0.05;
 constexpr double kPauseBeforeRestore = 0.05;
+// A copy run takes about 0.3 s; one that waited this long behind others
+// answers the failure rather than keep its host waiting.
+constexpr std::chrono::milliseconds kCopyRunLockTimeout{2000};
 
 /// Puts the text saved on entry back as the clipboard's plain text.
 void writeBack(Pasteboard& pasteboard, const std::string& savedText) {
@@ -52,6 +56,14 @@ bool postCopyKeystroke(Platform& platform) {
 
 std::optional<ClipboardCaptureResult> getSelectedTextViaCGEvent(
     Platform& platform) {
+  // From the save to the write-back the clipboard is this run's alone: a run
+  // that started meanwhile would save the cleared clipboard, or take our
+  // saved text for its copy.
+  const CopyRunLockHandle lock = platform.lockCopyRun(kCopyRunLockTimeout);
+  if (!lock) {
+    platform.log("[tovrin] CGEvent: Another copy is still running");
+    return std::nullopt;
+  }
   const std::shared_ptr<Pasteboard> pasteboard = platform.generalPasteboard();
   // Only the plain text is saved; other types are not written back.
   const std::optional<std::string> saved =

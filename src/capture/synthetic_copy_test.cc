@@ -30,9 +30,10 @@ TEST(SyntheticCopyTest, CapturesTextAndPutsTheSavedTextBack) {
   EXPECT_TRUE(result->filePaths.empty());
   EXPECT_EQ(desktop.currentPasteboard().string, "A");
   EXPECT_EQ(desktop.operations,
-            (Lines{"string", "modifierFlags", "clear", "keyDown", "keyUp",
-                   "urlObjects", "items", "propertyList NSFilenamesPboardType",
-                   "string", "types", "html", "clear", "setString A"}));
+            (Lines{"lock", "string", "modifierFlags", "clear", "keyDown",
+                   "keyUp", "urlObjects", "items",
+                   "propertyList NSFilenamesPboardType", "string", "types",
+                   "html", "clear", "setString A", "unlock"}));
   // Command-C, down then up, Command alone, at the HID tap, from a source
   // of the HID system state.
   EXPECT_EQ(desktop.eventSourceStates, std::vector<int>{1});
@@ -45,6 +46,28 @@ TEST(SyntheticCopyTest, CapturesTextAndPutsTheSavedTextBack) {
   EXPECT_TRUE(desktop.postedEvents[0].keyDown);
   EXPECT_FALSE(desktop.postedEvents[1].keyDown);
   EXPECT_EQ(desktop.liveHandles(), 0);
+}
+
+TEST(SyntheticCopyTest, WaitsForAnotherCopyRunAndGivesUpAfterTwoSeconds) {
+  FakeDesktop waiting;
+  waiting.pasteboard = text("A");
+  waiting.copyResult = text("B");
+  waiting.otherCopyRunSeconds = 1.5;
+  ASSERT_TRUE(getSelectedTextViaCGEvent(waiting));
+  EXPECT_EQ(waiting.operations.front(), "lock");
+  EXPECT_DOUBLE_EQ(waiting.elapsed(), 1.5 + 0.05 + 0.15 + 0.05);
+
+  // Never the clipboard as the answer: the run gives up untouched.
+  FakeDesktop late;
+  late.pasteboard = text("A");
+  late.copyResult = text("B");
+  late.otherCopyRunSeconds = 30;
+  EXPECT_FALSE(getSelectedTextViaCGEvent(late));
+  EXPECT_EQ(late.logLines,
+            Lines{"[tovrin] CGEvent: Another copy is still running"});
+  EXPECT_TRUE(late.operations.empty());
+  EXPECT_TRUE(late.postedEvents.empty());
+  EXPECT_DOUBLE_EQ(late.elapsed(), 2.0);
 }
 
 TEST(SyntheticCopyTest, TextArrivingLateIsFoundOnALaterAttempt) {
@@ -73,7 +96,7 @@ TEST(SyntheticCopyTest, AnEmptyCopyIsNoCopy) {
                    "[tovrin] CGEvent: No text copied"}));
   // An empty string counts as saved and goes back.
   EXPECT_EQ(desktop.currentPasteboard().string, "");
-  EXPECT_EQ(desktop.operations.back(), "setString ");
+  EXPECT_EQ(desktop.operations.end()[-2], "setString ");
   EXPECT_DOUBLE_EQ(desktop.elapsed(), 0.05 + 0.15 + 5 * 0.05);
 }
 

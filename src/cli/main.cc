@@ -4,9 +4,11 @@
 
 #include "cli/dispatch.h"
 #include "platform/platform.h"
+#include "platform/system.h"
 #include "text/text.h"
 
 int main(int argc, char** argv) {
+  tovrin::prepareProcess();
   // Arguments are bytes; an answer echoes them, so they become valid UTF-8
   // here, once, and everything after works on text.
   std::vector<std::string> arguments;

@@ -7,6 +7,7 @@
 #include <utf8proc.h>
 
 #include "platform/platform.h"
+#include "text/text.h"
 
 namespace tovrin {
 namespace {
@@ -96,7 +97,9 @@ std::vector<std::string> dedupePaths(const std::vector<std::string>& paths) {
   std::vector<std::string> unique;
   std::unordered_set<std::string> seen;
   for (const std::string& path : paths) {
-    const std::string_view trimmed = trimWhitespace(path);
+    // File names are bytes; an answer carries text.
+    const std::string valid = toValidUtf8(path);
+    const std::string_view trimmed = trimWhitespace(valid);
     if (trimmed.empty()) continue;
     if (!seen.insert(canonicalKey(trimmed)).second) continue;
     unique.emplace_back(trimmed);

@@ -18,7 +18,9 @@ std::vector<std::string> getFilePathsFromClipboard(Platform& platform,
 /// `paths` trimmed of surrounding white space and line breaks, without empty
 /// entries and without repeats (texts that are canonically equivalent count
 /// as the same; letter case counts), in the order of first occurrence. Each
-/// kept path keeps its first occurrence's form.
+/// kept path keeps its first occurrence's form. A name that is not UTF-8
+/// (file names are bytes) is repaired: each ill-formed part becomes U+FFFD,
+/// so the path still shows which file it was.
 std::vector<std::string> dedupePaths(const std::vector<std::string>& paths);
 
 }  // namespace tovrin

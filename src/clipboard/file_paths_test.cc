@@ -92,6 +92,11 @@ TEST(DedupePathsTest, TrimsDropsBlanksAndKeepsFirstOccurrences) {
             (Lines{"/a", "/b", "/A", "/b/", "/c", "/d", "\xE2\x80\x8B/e"}));
 }
 
+TEST(DedupePathsTest, NamesThatAreNotUtf8AreRepaired) {
+  EXPECT_EQ(dedupePaths({"/tmp/caf\xE9.txt", "/tmp/caf\xE9.txt "}),
+            Lines{"/tmp/caf\xEF\xBF\xBD.txt"});
+}
+
 TEST(DedupePathsTest, CanonicallyEquivalentPathsAreOne) {
   const std::string composed = "/tmp/caf\xC3\xA9.txt";
   const std::string decomposed = "/tmp/cafe\xCC\x81.txt";

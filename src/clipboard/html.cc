@@ -14,26 +14,12 @@ namespace {
 constexpr int64_t kReadTimeoutMs = 2000;
 
 /// ["a", "b"]: the types line's rendering of a list. Type names come from
-/// other programs, so a quote, a backslash or a control character in one is
-/// escaped to keep the log line one line.
+/// other programs: escaped, they keep the log line one line.
 std::string renderTypes(const std::vector<std::string>& types) {
   std::string text = "[";
   for (size_t i = 0; i < types.size(); ++i) {
     if (i > 0) text += ", ";
-    text += '"';
-    for (const char c : types[i]) {
-      const auto byte = static_cast<unsigned char>(c);
-      if (c == '"' || c == '\\') {
-        text += '\\';
-        text += c;
-      } else if (byte < 0x20 || byte == 0x7f) {
-        text += "\\u";
-        appendHex(text, byte, 4);
-      } else {
-        text += c;
-      }
-    }
-    text += '"';
+    text += '"' + escapeForLog(types[i]) + '"';
   }
   return text + "]";
 }

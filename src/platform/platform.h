@@ -140,6 +140,14 @@ class Pasteboard {
   virtual bool setString(std::string_view text, PasteboardType type) = 0;
 };
 
+/// Held by one copy run from saving the clipboard to writing it back;
+/// destroying it lets the next run go.
+class CopyRunLock {
+ public:
+  virtual ~CopyRunLock() = default;
+};
+using CopyRunLockHandle = std::unique_ptr<CopyRunLock>;
+
 /// A URL as the platform's parser reads it.
 struct ParsedURL {
   bool isFileURL = false;
@@ -188,6 +196,12 @@ class Platform {
                                                   bool keyDown) = 0;
 
   // Clipboard and conversions.
+  /// Waits at most `timeout` until no other copy run of this user on this
+  /// desktop uses the clipboard, then keeps others out while the handle
+  /// lives. Null when the time ran out. Two runs that interleaved their
+  /// save, clear, copy and restore would take each other's empty or saved
+  /// clipboard for the selection, and lose the user's text.
+  virtual CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) = 0;
   /// The general pasteboard. Shared, so that a late reader on a worker
   /// thread keeps it alive past the end of `main`.
   virtual std::shared_ptr<Pasteboard> generalPasteboard() = 0;

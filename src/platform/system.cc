@@ -1,13 +1,85 @@
 #include "platform/system.h"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 #include <thread>
 
 namespace tovrin {
+
+void prepareProcess() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
+    // open() takes the lowest free descriptor: this one.
+    const int opened = open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+    if (opened != fd && opened >= 0) close(opened);
+  }
+  signal(SIGPIPE, SIG_IGN);
+}
+
+namespace {
+
+class FileLock : public CopyRunLock {
+ public:
+  explicit FileLock(int fd) : fd_(fd) {}
+  ~FileLock() override {
+    if (fd_ >= 0) close(fd_);
+  }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+ private:
+  int fd_;
+};
+
+/// This user's runtime directory: $XDG_RUNTIME_DIR, else /tmp/tovrin-UID,
+/// made private to the user. Empty when neither can be trusted.
+std::string runtimeDirectory() {
+  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+      runtime != nullptr && runtime[0] == '/') {
+    return runtime;
+  }
+  const std::string directory = "/tmp/tovrin-" + std::to_string(getuid());
+  mkdir(directory.c_str(), 0700);
+  // Another user may have made it first, to read or steer our lock.
+  struct stat status {};
+  if (lstat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
+      status.st_uid != getuid() || (status.st_mode & 077) != 0) {
+    return {};
+  }
+  return directory;
+}
+
+}  // namespace
+
+CopyRunLockHandle lockUserFile(const std::string& name,
+                               std::chrono::milliseconds timeout) {
+  const std::string directory = runtimeDirectory();
+  if (directory.empty()) return std::make_unique<FileLock>(-1);
+  const std::string path = directory + "/" + name;
+  const int fd = open(path.c_str(),
+                      O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) return std::make_unique<FileLock>(-1);
+  auto lock = std::make_unique<FileLock>(fd);
+  // flock() has no timeout of its own: try, and try again every 10 ms.
+  const auto deadline = monotonicClockNow() + timeout;
+  for (;;) {
+    if (flock(fd, LOCK_EX | LOCK_NB) == 0) return lock;
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      return std::make_unique<FileLock>(-1);
+    }
+    if (monotonicClockNow() >= deadline) return nullptr;
+    sleepSeconds(0.01);
+  }
+}
 
 void sleepSeconds(double seconds) {
   if (!(seconds > 0)) return;

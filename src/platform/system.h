@@ -17,6 +17,14 @@
 
 namespace tovrin {
 
+/// Readies the process before anything opens a file or a socket: standard
+/// input, output and error are reopened on /dev/null when the host started
+/// tovrin without them (else the display connection could take descriptor 1
+/// and the answer would go into the X protocol stream), and SIGPIPE is
+/// ignored, so that a host that went away makes a write fail instead of
+/// ending tovrin halfway through a copy.
+void prepareProcess();
+
 /// Blocks the calling thread for `seconds` (nothing for 0 or less).
 void sleepSeconds(double seconds);
 /// The monotonic clock, unaffected by changes of the wall clock.
@@ -34,10 +42,22 @@ std::shared_ptr<Semaphore> createSystemSemaphore();
 /// never waits for it to end.
 void dispatchToWorker(std::function<void()> work);
 
+/// An exclusive lock on the file `name` in this user's runtime directory
+/// ($XDG_RUNTIME_DIR, else a private directory under /tmp), waited for at
+/// most `timeout`. Null when another process held it all that time. When
+/// the file cannot be had at all, a lock that locks nothing: a capture
+/// without the lock beats no capture. The system drops the lock when the
+/// process ends, however it ends.
+CopyRunLockHandle lockUserFile(const std::string& name,
+                               std::chrono::milliseconds timeout);
+
 /// The services above as the Platform's operations, for real backends to
 /// derive from: they add what is particular to their desktop.
 class SystemPlatform : public Platform {
  public:
+  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
+    return lockUserFile(copyLockName(), timeout);
+  }
   void sleep(double seconds) override { sleepSeconds(seconds); }
   std::chrono::nanoseconds monotonicNow() override {
     return monotonicClockNow();
@@ -52,6 +72,10 @@ class SystemPlatform : public Platform {
   void writeOutput(std::string_view text) override {
     writeStandardOutput(text);
   }
+
+ protected:
+  /// The lock file of copy runs: one clipboard, one name.
+  virtual std::string copyLockName() { return "tovrin-copy.lock"; }
 };
 
 /// Writes all of `text` to the file descriptor `fd` in as few writes as it

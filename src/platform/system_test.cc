@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
 #include <thread>
 
 namespace tovrin {
@@ -18,6 +20,20 @@ TEST(LogLineTest, IsShapedLikeNSLogOnStandardError) {
   time.tm_sec = 7;
   EXPECT_EQ(formatLogLine(time, 42, 1234, 1240, "[tovrin] a %s %n line"),
             "2026-11-02 09:05:07.042 tovrin[1234:1240] [tovrin] a %s %n line\n");
+}
+
+TEST(UserFileLockTest, KeepsASecondHolderOutUntilReleased) {
+  char directory[] = "/tmp/tovrin-lock-test-XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  setenv("XDG_RUNTIME_DIR", directory, 1);
+  auto first = lockUserFile("copy.lock", std::chrono::milliseconds(0));
+  ASSERT_TRUE(first);
+  EXPECT_FALSE(lockUserFile("copy.lock", std::chrono::milliseconds(30)));
+  EXPECT_TRUE(lockUserFile("other.lock", std::chrono::milliseconds(0)));
+  first.reset();
+  EXPECT_TRUE(lockUserFile("copy.lock", std::chrono::milliseconds(0)));
+  unsetenv("XDG_RUNTIME_DIR");
+  std::filesystem::remove_all(directory);
 }
 
 TEST(SystemSemaphoreTest, TakesAnEarlierSignalAndTimesOutWithoutOne) {

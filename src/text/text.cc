@@ -112,6 +112,30 @@ size_t countCharacters(std::string_view text) {
   return count;
 }
 
+std::string escapeForLog(std::string_view text) {
+  const std::string valid = toValidUtf8(text);
+  std::string out;
+  out.reserve(valid.size());
+  for (size_t i = 0; i < valid.size(); ++i) {
+    const auto byte = static_cast<uint8_t>(valid[i]);
+    if (byte == '"' || byte == '\\') {
+      out.push_back('\\');
+      out.push_back(static_cast<char>(byte));
+    } else if (byte < 0x20 || byte == 0x7F) {
+      out.append("\\u");
+      appendHex(out, byte, 4);
+    } else if (byte == 0xC2 && i + 1 < valid.size() &&
+               static_cast<uint8_t>(valid[i + 1]) < 0xA0) {
+      // U+0080 to U+009F: C1 controls, which terminals also obey.
+      out.append("\\u");
+      appendHex(out, static_cast<uint8_t>(valid[++i]), 4);
+    } else {
+      out.push_back(static_cast<char>(byte));
+    }
+  }
+  return out;
+}
+
 void appendHex(std::string& out, uint32_t value, int digits) {
   static constexpr char kDigits[] = "0123456789abcdef";
   for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {

@@ -26,6 +26,13 @@ size_t countCharacters(std::string_view text);
 /// CSS colours.
 void appendHex(std::string& out, uint32_t value, int digits);
 
+/// `text` from another program made safe for a log line: repaired to valid
+/// UTF-8, with the quotation mark and the backslash escaped by a backslash,
+/// and every control character (C0, DEL and C1, the line feed and the
+/// escape that starts terminal sequences among them) written as \u00xx. The
+/// result never starts a new line nor drives the terminal.
+std::string escapeForLog(std::string_view text);
+
 /// "true" or "false", the way booleans appear in log lines.
 inline const char* boolText(bool value) { return value ? "true" : "false"; }
 

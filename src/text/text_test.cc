@@ -20,6 +20,19 @@ TEST(Utf8Test, EachIllFormedSubpartBecomesOneReplacementCharacter) {
   EXPECT_TRUE(isValidUtf8(toValidUtf8("\xF5\x80\x80\x80 \xF4\x90\x80\x80")));
 }
 
+TEST(EscapeForLogTest, NothingFromOutsideStartsALineOrDrivesTheTerminal) {
+  EXPECT_EQ(escapeForLog("Mousepad"), "Mousepad");
+  EXPECT_EQ(escapeForLog("a\n2026-11-23 10:00:00.000 tovrin[1:1] [tovrin] x"),
+            "a\\u000a2026-11-23 10:00:00.000 tovrin[1:1] [tovrin] x");
+  EXPECT_EQ(escapeForLog("\x1b]0;title\x07\r\x7f"),
+            "\\u001b]0;title\\u0007\\u000d\\u007f");
+  // C1 controls (here CSI, U+009B) are escaped; other non-ASCII stays.
+  EXPECT_EQ(escapeForLog("\xC2\x9B" "2J caf\xC3\xA9 \xC2\xA0"),
+            "\\u009b2J caf\xC3\xA9 \xC2\xA0");
+  EXPECT_EQ(escapeForLog("q\"b\\"), "q\\\"b\\\\");
+  EXPECT_EQ(escapeForLog("\xff"), "\xEF\xBF\xBD");
+}
+
 TEST(CharacterCountTest, CountsUserPerceivedCharacters) {
   EXPECT_EQ(countCharacters(""), 0u);
   EXPECT_EQ(countCharacters("Hello"), 5u);

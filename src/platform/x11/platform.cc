@@ -6,6 +6,7 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 
+#include <cctype>
 #include <memory>
 
 #include "rtf/rtf_to_html.h"
@@ -239,6 +240,16 @@ class X11Platform : public SystemPlatform {
       keystroke_ = CopyKeystroke::prepare(display, copyShortcutFor(names));
     }
     return keystroke_.get();
+  }
+
+  // Copy runs on different displays use different clipboards.
+  std::string copyLockName() override {
+    std::string name = "tovrin-copy";
+    Display* display = this->display();
+    for (const char c : std::string(display ? DisplayString(display) : "")) {
+      name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    }
+    return name + ".lock";
   }
 
   bool connectionTried_ = false;
