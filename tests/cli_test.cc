@@ -2,9 +2,13 @@
 // desktop, and the built binary run as a child process.
 
 #include <gtest/gtest.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
+#include <map>
 #include <regex>
 
 #include "cli/dispatch.h"
@@ -141,6 +145,38 @@ TEST(BinaryTest, AnUnreachableDisplayIsNotGranted) {
                  {{"DISPLAY", ":9876"}});
   EXPECT_EQ(run.exitStatus, 0);
   EXPECT_EQ(run.standardOutput, "{\"success\":true,\"granted\":false}\n");
+}
+
+TEST(BinaryTest, ADisplayThatNeverAnswersCountsAsNoDisplay) {
+  // A stale forwarded display: the socket accepts (the kernel completes the
+  // connection from the backlog) and nothing ever answers.
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_GE(listener, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  int display = 0;
+  for (display = 150; display < 250; ++display) {
+    address.sin_port = htons(static_cast<uint16_t>(6000 + display));
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) ==
+        0) {
+      break;
+    }
+  }
+  ASSERT_EQ(listen(listener, 16), 0);
+  const std::map<std::string, std::string> environment = {
+      {"DISPLAY", "127.0.0.1:" + std::to_string(display)}};
+  for (const char* command : {"check-accessibility", "get-selection"}) {
+    SCOPED_TRACE(command);
+    const ProcessResult run = runProcess(TOVRIN_BINARY, {"tovrin", command},
+                                         environment, std::chrono::seconds(20));
+    ASSERT_FALSE(run.timedOut);
+    EXPECT_EQ(run.exitStatus, 0);
+    const json answer = json::parse(run.standardOutput);
+    EXPECT_EQ(answer["success"], command == std::string("check-accessibility"));
+    EXPECT_LT(run.wallTime.count(), 5.0);
+  }
+  close(listener);
 }
 
 }  // namespace

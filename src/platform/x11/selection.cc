@@ -11,6 +11,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/x11/display.h"
+
 namespace tovrin {
 namespace {
 
@@ -381,8 +383,7 @@ std::optional<Time> acquireSelection(Display* display, Window owner,
 
 std::unique_ptr<SelectionConnection> SelectionConnection::open(
     const std::string& displayName, const std::vector<const char*>& atomNames) {
-  Display* display =
-      XOpenDisplay(displayName.empty() ? nullptr : displayName.c_str());
+  Display* display = openDisplayWithin(displayName);
   if (display == nullptr) return nullptr;
   // When a connection breaks, Xlib calls the process's I/O error handler
   // (the default one exits) and then the connection's exit handler (the
