@@ -171,14 +171,6 @@ std::vector<uint32_t> SelectionConversion::values32() const {
   return unpack32(data);
 }
 
-SelectionConversion convertSelection(
-    Display* display, Window requestor, Atom selection, Atom target,
-    std::chrono::milliseconds inactivityTimeout) {
-  ConversionDeadline deadline(
-      inactivityTimeout, std::max(inactivityTimeout, kX11TransferTotalTimeout));
-  return convertSelection(display, requestor, selection, target, deadline);
-}
-
 SelectionConversion convertSelection(Display* display, Window requestor,
                                      Atom selection, Atom target,
                                      ConversionDeadline& deadline,
@@ -232,24 +224,6 @@ SelectionConversion convertSelection(Display* display, Window requestor,
   conversion.format = value->format;
   conversion.data = std::move(value->data);
   return conversion;
-}
-
-std::optional<std::vector<std::string>> selectionTargets(
-    Display* display, Window requestor, Atom selection,
-    ConversionDeadline& deadline) {
-  SelectionConversion conversion = convertSelection(
-      display, requestor, selection, internAtom(display, "TARGETS"), deadline);
-  if (conversion.result != SelectionConversion::Result::kConverted ||
-      conversion.format != 32) {
-    return std::nullopt;
-  }
-  std::vector<Atom> atoms;
-  for (uint32_t value : conversion.values32()) atoms.push_back(value);
-  std::vector<std::string> names;
-  for (auto& name : atomNames(display, atoms)) {
-    if (name) names.push_back(std::move(*name));
-  }
-  return names;
 }
 
 std::vector<std::optional<std::string>> atomNames(
