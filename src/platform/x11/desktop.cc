@@ -149,6 +149,10 @@ uint64_t currentModifierFlags(Display* display) {
                      &rootX, &rootY, &x, &y, &mask)) {
     return 0;
   }
+  return modifierFlagsFromMask(mask);
+}
+
+uint64_t modifierFlagsFromMask(unsigned int mask) {
   constexpr std::array<std::pair<unsigned int, uint64_t>, 5> kMapping = {{
       {ShiftMask, 0x20000},
       {LockMask, 0x10000},
