@@ -112,5 +112,21 @@ TEST_F(SelectionX11Test, ServesSeveralTargetsInOneMultipleRequest) {
   EXPECT_EQ(probeProperty("FIRST").data, "multi");
 }
 
+TEST_F(SelectionX11Test, OwnerRefusesRequestsFromBeforeItsOwnership) {
+  TestOwner owner(xvfb().display(), {{"UTF8_STRING", "now"}});
+  ASSERT_TRUE(owner.owns());
+  ASSERT_GT(owner.acquired(), 1u);
+  // ICCCM: a request timed before the owner acquired the selection was
+  // meant for an earlier owner.
+  EXPECT_EQ(askByHand("UTF8_STRING", "EARLIER", owner.acquired() - 1),
+            static_cast<Atom>(None));
+  EXPECT_FALSE(probeProperty("EARLIER").exists());
+  EXPECT_EQ(askByHand("UTF8_STRING", "AT_ACQUISITION", owner.acquired()),
+            atom("AT_ACQUISITION"));
+  EXPECT_EQ(probeProperty("AT_ACQUISITION").data, "now");
+  EXPECT_EQ(askByHand("UTF8_STRING", "CURRENT", CurrentTime), atom("CURRENT"));
+  EXPECT_EQ(probeProperty("CURRENT").data, "now");
+}
+
 }  // namespace
 }  // namespace tovrin
