@@ -1,72 +1,42 @@
 #include "platform/x11/desktop.h"
 
 #include <X11/Xatom.h>
-#include <X11/Xlib-xcb.h>
 #include <xcb/res.h>
 #include <xcb/xcb.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <vector>
+
+#include "platform/x11/xcb_util.h"
 
 namespace tovrin {
 namespace {
 
-struct FreeDeleter {
-  void operator()(void* pointer) const { std::free(pointer); }
-};
-template <typename T>
-using XcbReply = std::unique_ptr<T, FreeDeleter>;
-
-/// The value of `property` of `window` (up to 64 KiB), with its format;
-/// nothing when the window or the property does not exist.
-struct PropertyValue {
-  xcb_atom_t type = 0;
-  uint8_t format = 0;
-  std::string bytes;
-};
-
-std::optional<PropertyValue> readProperty(Display* display, Window window,
-                                          Atom property) {
-  xcb_connection_t* connection = XGetXCBConnection(display);
-  const auto cookie = xcb_get_property(connection, 0, window, property,
-                                       XCB_ATOM_ANY, 0, 16384);
-  xcb_generic_error_t* error = nullptr;
-  const XcbReply<xcb_get_property_reply_t> reply(
-      xcb_get_property_reply(connection, cookie, &error));
-  std::free(error);
-  if (!reply || reply->type == XCB_ATOM_NONE) return std::nullopt;
-  PropertyValue value;
-  value.type = reply->type;
-  value.format = reply->format;
-  value.bytes.assign(
-      static_cast<const char*>(xcb_get_property_value(reply.get())),
-      static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+/// A property of another client's window, up to kShortProperty; nothing
+/// when the window or the property does not exist.
+std::optional<PropertyValue> readShortProperty(Display* display, Window window,
+                                               Atom property) {
+  auto value = readProperty(display, window, property, kShortProperty);
+  if (!value || !value->exists()) return std::nullopt;
   return value;
 }
 
 std::optional<Window> readWindowProperty(Display* display, Window window,
                                          Atom property) {
-  const auto value = readProperty(display, window, property);
-  if (!value || value->format != 32 || value->bytes.size() < 4) {
-    return std::nullopt;
-  }
-  uint32_t id = 0;
-  std::memcpy(&id, value->bytes.data(), sizeof id);
-  return Window{id};
+  const auto value = readShortProperty(display, window, property);
+  if (!value) return std::nullopt;
+  const std::vector<uint32_t> ids = value->values32();
+  if (ids.empty()) return std::nullopt;
+  return Window{ids.front()};
 }
 
 /// The parent of `window`; nothing at the root or when it vanished.
 std::optional<Window> parentOf(Display* display, Window window) {
-  xcb_connection_t* connection = XGetXCBConnection(display);
-  xcb_generic_error_t* error = nullptr;
-  const XcbReply<xcb_query_tree_reply_t> reply(xcb_query_tree_reply(
-      connection, xcb_query_tree(connection, window), &error));
-  std::free(error);
+  xcb_connection_t* connection = xcbOf(display);
+  const auto reply = xcbReply(connection, &xcb_query_tree_reply,
+                              xcb_query_tree(connection, window));
   if (!reply || reply->parent == XCB_WINDOW_NONE || window == reply->root) {
     return std::nullopt;
   }
@@ -123,10 +93,10 @@ Window focusedWindow(Display* display) {
 }
 
 std::optional<WindowClass> windowClass(Display* display, Window window) {
-  const auto value = readProperty(display, window, XA_WM_CLASS);
-  if (!value || value->format != 8 || value->bytes.empty()) return std::nullopt;
+  const auto value = readShortProperty(display, window, XA_WM_CLASS);
+  if (!value || value->format != 8 || value->data.empty()) return std::nullopt;
   // Two NUL-terminated strings: the instance name, then the class name.
-  const std::string& bytes = value->bytes;
+  const std::string& bytes = value->data;
   const size_t end = bytes.find('\0');
   WindowClass names;
   names.instance = bytes.substr(0, end);
@@ -140,9 +110,9 @@ std::optional<WindowClass> windowClass(Display* display, Window window) {
 std::optional<std::string> applicationIdentifier(Display* display,
                                                  Window window) {
   const Atom gtkAtom = XInternAtom(display, "_GTK_APPLICATION_ID", False);
-  if (const auto id = readProperty(display, window, gtkAtom)) {
-    if (id->format == 8 && !id->bytes.empty()) {
-      return id->bytes.substr(0, id->bytes.find('\0'));
+  if (const auto id = readShortProperty(display, window, gtkAtom)) {
+    if (id->format == 8 && !id->data.empty()) {
+      return id->data.substr(0, id->data.find('\0'));
     }
   }
   if (const auto names = windowClass(display, window)) {
@@ -152,14 +122,12 @@ std::optional<std::string> applicationIdentifier(Display* display,
 }
 
 std::optional<pid_t> windowProcessId(Display* display, Window window) {
-  xcb_connection_t* connection = XGetXCBConnection(display);
+  xcb_connection_t* connection = xcbOf(display);
   xcb_res_client_id_spec_t spec{static_cast<uint32_t>(window),
                                 XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
-  xcb_generic_error_t* error = nullptr;
-  const XcbReply<xcb_res_query_client_ids_reply_t> reply(
-      xcb_res_query_client_ids_reply(
-          connection, xcb_res_query_client_ids(connection, 1, &spec), &error));
-  std::free(error);
+  const auto reply =
+      xcbReply(connection, &xcb_res_query_client_ids_reply,
+               xcb_res_query_client_ids(connection, 1, &spec));
   if (!reply) return std::nullopt;
   for (auto ids = xcb_res_query_client_ids_ids_iterator(reply.get());
        ids.rem > 0; xcb_res_client_id_value_next(&ids)) {
@@ -181,6 +149,10 @@ uint64_t currentModifierFlags(Display* display) {
                      &rootX, &rootY, &x, &y, &mask)) {
     return 0;
   }
+  return modifierFlagsFromMask(mask);
+}
+
+uint64_t modifierFlagsFromMask(unsigned int mask) {
   constexpr std::array<std::pair<unsigned int, uint64_t>, 5> kMapping = {{
       {ShiftMask, 0x20000},
       {LockMask, 0x10000},

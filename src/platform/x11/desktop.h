@@ -47,6 +47,10 @@ std::optional<pid_t> windowProcessId(Display* display, Window window);
 /// Control 0x40000, Alt (Mod1) 0x80000, Super (Mod4) 0x100000 and Lock
 /// 0x10000.
 uint64_t currentModifierFlags(Display* display);
+/// The flags of currentModifierFlags for a core protocol state mask
+/// (ShiftMask, ControlMask...). NumLock (Mod2) and the rarely bound Mod3 and
+/// Mod5 have no flag.
+uint64_t modifierFlagsFromMask(unsigned int mask);
 
 /// How a terminal emulator wants the copy shortcut, by its WM_CLASS.
 enum class CopyShortcut {

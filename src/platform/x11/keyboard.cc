@@ -7,12 +7,10 @@
 #include <algorithm>
 #include <memory>
 
+#include "platform/x11/xcb_util.h"
+
 namespace tovrin {
 namespace {
-
-struct XFreeDeleter {
-  void operator()(void* pointer) const { XFree(pointer); }
-};
 
 /// A key code that the layout leaves unused, to borrow for `c`; 0 when all
 /// are taken.
@@ -20,7 +18,7 @@ KeyCode spareKeyCode(Display* display) {
   int minKey = 0, maxKey = 0;
   XDisplayKeycodes(display, &minKey, &maxKey);
   int perKey = 0;
-  const std::unique_ptr<KeySym, XFreeDeleter> map(XGetKeyboardMapping(
+  const XlibPointer<KeySym> map(XGetKeyboardMapping(
       display, static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey));
   if (!map) return 0;
   // From the top: the low codes belong to real keys of most keyboards.

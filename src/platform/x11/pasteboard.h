@@ -96,27 +96,6 @@ std::unique_ptr<X11Pasteboard> createX11Pasteboard();
 std::unique_ptr<X11Pasteboard> createX11Pasteboard(
     const std::string& displayName);
 
-// Decoders of what owners send, pure for testing.
-
-/// HTML bytes as UTF-8 text: UTF-16 LE or BE when they start with a
-/// byte-order mark, else UTF-8 without its BOM; one trailing NUL dropped.
-std::string decodeHtml(std::string_view bytes);
-/// `text` with every CR LF made LF.
-std::string crlfToLf(std::string_view text);
-/// The URIs of a text/uri-list, in order: lines ended by CRLF or LF, comment
-/// lines (#) and empty lines skipped, trailing NULs ignored.
-std::vector<std::string> uriListEntries(std::string_view bytes);
-/// The file: URLs of a text/uri-list as URL objects with decoded paths;
-/// other URLs and lines that are no URLs are left out.
-std::vector<PasteboardURLObject> fileURLObjectsFromUriList(
-    std::string_view bytes);
-/// The items of x-special/gnome-copied-files ("copy" or "cut", then one URI
-/// per line): one per URI; none when the first line is neither.
-std::vector<PasteboardItem> itemsFromGnomeCopiedFiles(std::string_view bytes);
-/// UTF-8 `text` as Latin-1 when every character has a Latin-1 code, else
-/// unchanged (what this process answers STRING requests with).
-std::string latin1IfRepresentable(std::string_view text);
-
 }  // namespace tovrin
 
 #endif  // TOVRIN_PLATFORM_X11_PASTEBOARD_H_

@@ -1,17 +1,15 @@
 #include "platform/x11/selection.h"
 
 #include <X11/Xatom.h>
-#include <X11/Xlib-xcb.h>
 #include <poll.h>
 #include <xcb/xcb.h>
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
-#include <cstring>
 #include <mutex>
 
 #include "platform/x11/display.h"
+#include "platform/x11/xcb_util.h"
 
 namespace tovrin {
 namespace {
@@ -25,24 +23,10 @@ constexpr const char kTimestampProperty[] = "TOVRIN_TIMESTAMP";
 // Larger answers go by INCR; GTK uses the same bound.
 constexpr size_t kMaxChunkSize = 262144;
 
-struct XFreeDeleter {
-  void operator()(void* data) const {
-    if (data != nullptr) XFree(data);
-  }
-};
-
-struct MallocDeleter {
-  void operator()(void* data) const { std::free(data); }
-};
-template <typename T>
-using XcbReply = std::unique_ptr<T, MallocDeleter>;
-
 Atom internAtom(Display* display, const char* name) {
   // Xlib answers names it has seen on this connection from its cache.
   return XInternAtom(display, name, False);
 }
-
-xcb_connection_t* xcbOf(Display* display) { return XGetXCBConnection(display); }
 
 bool connectionBroken(Display* display) {
   return xcb_connection_has_error(xcbOf(display)) != 0;
@@ -87,61 +71,19 @@ void discardEventsOf(Display* display, Window window) {
   }
 }
 
-struct PropertyValue {
-  bool exists = false;
-  Atom type = None;
-  int format = 0;
-  std::string data;
-};
-
-// Reads a property of our own window whole, deleting it when asked.
-std::optional<PropertyValue> readProperty(Display* display, Window window,
-                                          Atom property, bool remove) {
-  Atom type = None;
-  int format = 0;
-  unsigned long items = 0;
-  unsigned long bytesAfter = 0;
-  unsigned char* raw = nullptr;
-  // The length is counted in 32-bit units; this asks for all of it.
-  if (XGetWindowProperty(display, window, property, 0, 0x1FFFFFFF,
-                         remove ? True : False, AnyPropertyType, &type, &format,
-                         &items, &bytesAfter, &raw) != Success) {
-    return std::nullopt;
-  }
-  std::unique_ptr<unsigned char, XFreeDeleter> owned(raw);
-  PropertyValue value;
-  if (type == None) return value;
-  if (bytesAfter != 0) return std::nullopt;
-  value.exists = true;
-  value.type = type;
-  value.format = format;
-  if (raw == nullptr || items == 0) return value;
-  if (format == 8) {
-    value.data.assign(reinterpret_cast<const char*>(raw), items);
-  } else if (format == 16) {
-    const auto* shorts = reinterpret_cast<const short*>(raw);
-    value.data.resize(items * sizeof(uint16_t));
-    for (unsigned long i = 0; i < items; ++i) {
-      auto item = static_cast<uint16_t>(shorts[i]);
-      std::memcpy(&value.data[i * sizeof item], &item, sizeof item);
-    }
-  } else if (format == 32) {
-    const auto* longs = reinterpret_cast<const long*>(raw);
-    value.data.resize(items * sizeof(uint32_t));
-    for (unsigned long i = 0; i < items; ++i) {
-      auto item = static_cast<uint32_t>(longs[i]);
-      std::memcpy(&value.data[i * sizeof item], &item, sizeof item);
-    }
-  } else {
-    return std::nullopt;
-  }
+// Reads a property of our own window whole, deleting it when asked; nothing
+// when it could not be read whole.
+std::optional<PropertyValue> readWholeProperty(Display* display, Window window,
+                                               Atom property, bool remove) {
+  auto value = readProperty(display, window, property, kWholeProperty, remove);
+  if (!value || (value->exists() && !value->complete)) return std::nullopt;
   return value;
 }
 
 // The name of a property's type: an atom the server has accepted, so asking
 // cannot fail, and Xlib answers the common ones from its cache.
 std::string typeNameOf(Display* display, Atom type) {
-  std::unique_ptr<char, XFreeDeleter> name(XGetAtomName(display, type));
+  XlibPointer<char> name(XGetAtomName(display, type));
   return name ? std::string(name.get()) : std::string();
 }
 
@@ -173,11 +115,12 @@ SelectionConversion receiveIncr(Display* display, Window requestor,
     WaitResult wait =
         waitForEvent(display, deadline.current(), isNewValue, &event);
     if (wait != WaitResult::kEvent) return failure(resultOf(wait));
-    auto chunk = readProperty(display, requestor, property, /*remove=*/true);
+    auto chunk =
+        readWholeProperty(display, requestor, property, /*remove=*/true);
     if (!chunk) return failure(SelectionConversion::Result::kFailed);
     // The notice of a value that was already read (the announcement itself,
     // or a chunk read on an earlier notice) finds the property gone.
-    if (!chunk->exists) continue;
+    if (!chunk->exists()) continue;
     deadline.progressed();
     if (chunk->data.empty()) break;
     if (type == None) {
@@ -225,21 +168,8 @@ ConversionDeadline::Clock::time_point ConversionDeadline::current() const {
 }
 
 std::vector<uint32_t> SelectionConversion::values32() const {
-  std::vector<uint32_t> values;
-  if (format != 32) return values;
-  values.resize(data.size() / sizeof(uint32_t));
-  if (!values.empty()) {
-    std::memcpy(values.data(), data.data(), values.size() * sizeof(uint32_t));
-  }
-  return values;
-}
-
-SelectionConversion convertSelection(
-    Display* display, Window requestor, Atom selection, Atom target,
-    std::chrono::milliseconds inactivityTimeout) {
-  ConversionDeadline deadline(
-      inactivityTimeout, std::max(inactivityTimeout, kX11TransferTotalTimeout));
-  return convertSelection(display, requestor, selection, target, deadline);
+  if (format != 32) return {};
+  return unpack32(data);
 }
 
 SelectionConversion convertSelection(Display* display, Window requestor,
@@ -282,8 +212,8 @@ SelectionConversion convertSelection(Display* display, Window requestor,
   }
   Atom answered = event.xselection.property;
   // Reading with delete also tells an INCR owner to send the first chunk.
-  auto value = readProperty(display, requestor, answered, /*remove=*/true);
-  if (!value || !value->exists) {
+  auto value = readWholeProperty(display, requestor, answered, /*remove=*/true);
+  if (!value || !value->exists()) {
     return failure(SelectionConversion::Result::kFailed);
   }
   if (value->type == internAtom(display, "INCR")) {
@@ -295,24 +225,6 @@ SelectionConversion convertSelection(Display* display, Window requestor,
   conversion.format = value->format;
   conversion.data = std::move(value->data);
   return conversion;
-}
-
-std::optional<std::vector<std::string>> selectionTargets(
-    Display* display, Window requestor, Atom selection,
-    ConversionDeadline& deadline) {
-  SelectionConversion conversion = convertSelection(
-      display, requestor, selection, internAtom(display, "TARGETS"), deadline);
-  if (conversion.result != SelectionConversion::Result::kConverted ||
-      conversion.format != 32) {
-    return std::nullopt;
-  }
-  std::vector<Atom> atoms;
-  for (uint32_t value : conversion.values32()) atoms.push_back(value);
-  std::vector<std::string> names;
-  for (auto& name : atomNames(display, atoms)) {
-    if (name) names.push_back(std::move(*name));
-  }
-  return names;
 }
 
 std::vector<std::optional<std::string>> atomNames(
@@ -327,10 +239,7 @@ std::vector<std::optional<std::string>> atomNames(
   std::vector<std::optional<std::string>> names;
   names.reserve(atoms.size());
   for (auto cookie : cookies) {
-    xcb_generic_error_t* rawError = nullptr;
-    XcbReply<xcb_get_atom_name_reply_t> reply(
-        xcb_get_atom_name_reply(connection, cookie, &rawError));
-    std::unique_ptr<xcb_generic_error_t, MallocDeleter> error(rawError);
+    const auto reply = xcbReply(connection, &xcb_get_atom_name_reply, cookie);
     if (!reply) {
       names.emplace_back();
       continue;
@@ -571,22 +480,10 @@ bool SelectionServer::answer(Window requestor, Atom target, Atom property) {
 
 bool SelectionServer::answerMultiple(Window requestor, Atom property) {
   xcb_connection_t* connection = xcbOf(display_);
-  xcb_generic_error_t* rawError = nullptr;
-  XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
-      connection,
-      xcb_get_property(connection, 0, static_cast<xcb_window_t>(requestor),
-                       static_cast<xcb_atom_t>(property), XCB_ATOM_ANY, 0,
-                       0x1FFFFFFF),
-      &rawError));
-  std::unique_ptr<xcb_generic_error_t, MallocDeleter> error(rawError);
-  if (!reply || reply->format != 32 || reply->type == XCB_ATOM_NONE) {
-    return false;
-  }
-  int length = xcb_get_property_value_length(reply.get());
-  std::vector<uint32_t> pairs(static_cast<size_t>(length) / 4);
+  auto value = readProperty(display_, requestor, property);
+  if (!value || !value->exists()) return false;
+  std::vector<uint32_t> pairs = value->values32();
   if (pairs.empty()) return false;
-  std::memcpy(pairs.data(), xcb_get_property_value(reply.get()),
-              pairs.size() * 4);
   for (size_t i = 0; i + 1 < pairs.size(); i += 2) {
     Atom target = pairs[i];
     Atom pairProperty = pairs[i + 1];

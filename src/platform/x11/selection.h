@@ -88,23 +88,15 @@ struct SelectionConversion {
 /// selected PropertyChangeMask on (see createSelectionWindow). Events of
 /// other windows stay queued. After kTimedOut the owner may still answer
 /// later: use a fresh requestor window (or connection) for the next one.
-SelectionConversion convertSelection(
-    Display* display, Window requestor, Atom selection, Atom target,
-    std::chrono::milliseconds inactivityTimeout);
-/// The same within an operation's deadline shared by several conversions.
-/// `unansweredOwner` names a window of this process that cannot answer while
-/// the caller waits (its events are handled by the same thread): when it
-/// owns the selection, the result is kRefused at once instead of a wait.
+/// The waits count against `deadline`, which an operation shares among its
+/// conversions. `unansweredOwner` names a window of this process that cannot
+/// answer while the caller waits (its events are handled by the same
+/// thread): when it owns the selection, the result is kRefused at once
+/// instead of a wait.
 SelectionConversion convertSelection(Display* display, Window requestor,
                                      Atom selection, Atom target,
                                      ConversionDeadline& deadline,
                                      Window unansweredOwner = None);
-
-/// The owner's TARGETS as atom names, in the owner's order (names the
-/// server does not know are left out); nothing when the conversion failed.
-std::optional<std::vector<std::string>> selectionTargets(
-    Display* display, Window requestor, Atom selection,
-    ConversionDeadline& deadline);
 
 /// The names of `atoms` in one round trip; nothing for an atom the server
 /// does not know (owners may send any number).
@@ -195,8 +187,6 @@ class SelectionServer {
   std::optional<Clock::time_point> nextDeadline() const;
   /// Gives up transfers whose requestor stopped reading before `now`.
   void expireTransfers(Clock::time_point now);
-  /// Values larger than this many bytes go by INCR.
-  size_t chunkSize() const { return chunkSize_; }
 
  private:
   struct Transfer {
@@ -219,6 +209,7 @@ class SelectionServer {
   Atom selection_;
   Time acquired_;
   std::vector<OfferedTarget> targets_;
+  // Values larger than this many bytes go by INCR.
   size_t chunkSize_;
   bool lost_ = false;
   std::map<TransferKey, Transfer> transfers_;

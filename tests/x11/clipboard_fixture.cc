@@ -1,0 +1,103 @@
+#include "tests/x11/clipboard_fixture.h"
+
+#include <X11/Xatom.h>
+
+#include <thread>
+
+#include "platform/x11/xcb_util.h"
+
+namespace tovrin::testing {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+bool waitUntil(const std::function<bool()>& condition, milliseconds timeout) {
+  auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+  return true;
+}
+
+Strings pathsOf(const std::vector<PasteboardURLObject>& urls) {
+  Strings paths;
+  for (const auto& url : urls) {
+    EXPECT_TRUE(url.isURL);
+    paths.push_back(url.path);
+  }
+  return paths;
+}
+
+Strings urlsOf(const std::vector<PasteboardItem>& items) {
+  Strings urls;
+  for (const auto& item : items) {
+    urls.push_back(item.fileURLString.value_or("-"));
+  }
+  return urls;
+}
+
+void ClipboardX11Test::SetUp() {
+  XvfbTest::SetUp();
+  if (IsSkipped()) return;
+  probe_ = SelectionConnection::open(xvfb().display());
+  ASSERT_TRUE(probe_);
+}
+
+void ClipboardX11Test::TearDown() {
+  probe_.reset();
+  XvfbTest::TearDown();
+}
+
+std::unique_ptr<X11Pasteboard> ClipboardX11Test::newPasteboard() {
+  auto pasteboard = createX11Pasteboard(xvfb().display());
+  EXPECT_TRUE(pasteboard);
+  return pasteboard;
+}
+
+Atom ClipboardX11Test::atom(const char* name) {
+  return XInternAtom(probe_->display(), name, False);
+}
+
+Window ClipboardX11Test::clipboardOwner() {
+  return XGetSelectionOwner(probe_->display(), atom("CLIPBOARD"));
+}
+
+pid_t ClipboardX11Test::xclipOwns(const std::string& target,
+                                  const std::string& data) {
+  Window before = clipboardOwner();
+  SpawnOptions options;
+  options.input = data;
+  auto pid = xvfb().spawn(
+      {"xclip", "-quiet", "-selection", "clipboard", "-t", target, "-i"},
+      options);
+  EXPECT_TRUE(pid);
+  if (!pid) return -1;
+  EXPECT_TRUE(waitUntil(
+      [&] {
+        Window owner = clipboardOwner();
+        return owner != None && owner != before;
+      },
+      seconds(5)))
+      << "xclip did not take CLIPBOARD";
+  return *pid;
+}
+
+std::optional<std::string> ClipboardX11Test::xclipReads(
+    const std::string& target) {
+  auto result = xvfb().run(
+      {"xclip", "-o", "-selection", "clipboard", "-t", target}, seconds(5));
+  if (!result || result->exit.code != 0) return std::nullopt;
+  return result->output;
+}
+
+pid_t ClipboardX11Test::clipboardOwnerPid() {
+  Window owner = clipboardOwner();
+  if (owner == None) return -1;
+  auto value = readProperty(probe_->display(), owner, atom("_NET_WM_PID"));
+  if (!value || value->type != XA_CARDINAL) return -1;
+  std::vector<uint32_t> pids = value->values32();
+  return pids.size() == 1 ? static_cast<pid_t>(pids.front()) : -1;
+}
+
+}  // namespace tovrin::testing

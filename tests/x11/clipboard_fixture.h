@@ -1,0 +1,76 @@
+#ifndef TOVRIN_TESTS_X11_CLIPBOARD_FIXTURE_H_
+#define TOVRIN_TESTS_X11_CLIPBOARD_FIXTURE_H_
+
+// What the tests of X11 selections share: a private X server with a probe
+// connection to look at CLIPBOARD, xclip as an independent owner and reader,
+// and bounded waits.
+
+// GoogleTest names things that Xlib defines as macros (None, Bool), so it
+// comes before any X11 header.
+// clang-format off
+#include <gtest/gtest.h>
+// clang-format on
+
+#include <X11/Xlib.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "platform/x11/pasteboard.h"
+#include "platform/x11/selection.h"
+#include "tests/xvfb_session.h"
+
+namespace tovrin::testing {
+
+using Strings = std::vector<std::string>;
+
+/// Polls `condition` until it holds; false when it still does not at
+/// `timeout`.
+bool waitUntil(const std::function<bool()>& condition,
+               std::chrono::milliseconds timeout);
+
+/// How long `work` took.
+template <typename F>
+std::chrono::milliseconds timed(F&& work) {
+  auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - start);
+}
+
+/// The paths of URL objects (each expected to be a URL).
+Strings pathsOf(const std::vector<PasteboardURLObject>& urls);
+/// The file-URL texts of items, "-" for an item without one.
+Strings urlsOf(const std::vector<PasteboardItem>& items);
+
+/// A test on its own X server with a probe connection for looking at
+/// CLIPBOARD from outside.
+class ClipboardX11Test : public XvfbTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  std::unique_ptr<X11Pasteboard> newPasteboard();
+  Atom atom(const char* name);
+  Window clipboardOwner();
+  /// Starts xclip owning CLIPBOARD with `data` under `target` and waits
+  /// until it owns it.
+  pid_t xclipOwns(const std::string& target, const std::string& data);
+  /// What `xclip -o` reads from CLIPBOARD as `target`; nothing when xclip
+  /// fails or hangs.
+  std::optional<std::string> xclipReads(const std::string& target);
+  /// The process id that the current CLIPBOARD owner's window names.
+  pid_t clipboardOwnerPid();
+
+  std::unique_ptr<SelectionConnection> probe_;
+};
+
+}  // namespace tovrin::testing
+
+#endif  // TOVRIN_TESTS_X11_CLIPBOARD_FIXTURE_H_
