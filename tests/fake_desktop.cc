@@ -73,7 +73,6 @@ class FakeDesktop::FakePasteboard : public Pasteboard {
         desktop_.sleep(desktop_.htmlReadSeconds);
         return contents().html;
       case PasteboardType::kRTF:
-      case PasteboardType::kFileURL:
         break;
     }
     record("string of another type");

@@ -87,10 +87,9 @@ using KeyboardEventHandle = std::unique_ptr<KeyboardEvent>;
 
 /// The kinds of pasteboard entry that tovrin reads or writes by name.
 enum class PasteboardType {
-  kString,   // plain text (NSPasteboardTypeString)
-  kHTML,     // HTML text (NSPasteboardTypeHTML)
-  kRTF,      // RTF bytes (NSPasteboardTypeRTF)
-  kFileURL,  // a file URL's text, per item (NSPasteboardTypeFileURL)
+  kString,  // plain text (NSPasteboardTypeString)
+  kHTML,    // HTML text (NSPasteboardTypeHTML)
+  kRTF,     // RTF bytes (NSPasteboardTypeRTF)
 };
 
 /// An object read from the pasteboard by asking for URLs: whether it is one,

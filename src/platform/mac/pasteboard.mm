@@ -31,8 +31,6 @@ NSPasteboardType typeFor(PasteboardType type) {
       return NSPasteboardTypeHTML;
     case PasteboardType::kRTF:
       return NSPasteboardTypeRTF;
-    case PasteboardType::kFileURL:
-      return NSPasteboardTypeFileURL;
   }
   return nil;  // no entry has a type that is not in the enum
 }

@@ -284,7 +284,6 @@ std::optional<std::string> X11Pasteboard::stringForType(PasteboardType type) {
       return decodeHtml(*html);
     }
     case PasteboardType::kRTF:
-    case PasteboardType::kFileURL:
       return std::nullopt;
   }
   return std::nullopt;
@@ -299,8 +298,6 @@ std::optional<std::string> X11Pasteboard::dataForType(PasteboardType type) {
     case PasteboardType::kString:
     case PasteboardType::kHTML:
       return stringForType(type);
-    case PasteboardType::kFileURL:
-      return std::nullopt;
   }
   return std::nullopt;
 }

@@ -54,7 +54,7 @@ class X11Pasteboard : public Pasteboard {
   /// for the other types.
   std::optional<std::string> stringForType(PasteboardType type) override;
   /// kRTF: the bytes of text/rtf, else application/rtf. kString and kHTML:
-  /// the same UTF-8 as stringForType. Nothing for kFileURL.
+  /// the same UTF-8 as stringForType.
   std::optional<std::string> dataForType(PasteboardType type) override;
   /// Always nothing: X11 owners offer no property lists.
   std::optional<PropertyList> propertyListForType(
