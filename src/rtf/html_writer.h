@@ -52,8 +52,8 @@ struct InlineTags {
 struct SpanStyle {
   bool underline = false;
   bool strike = false;
-  int rgb = -1;  // 0xRRGGBB, or -1 for the default colour
-  int font_size = 0;  // half-points
+  int rgb = -1;             // 0xRRGGBB, or -1 for the default colour
+  int font_size = 0;        // half-points
   std::string_view family;  // as cssFamily writes it
   int paragraph_font_size = 0;
   std::string_view paragraph_family;
@@ -61,7 +61,7 @@ struct SpanStyle {
 
 struct ParagraphStyle {
   Align align = Align::kLeft;
-  int font_size = 0;  // half-points
+  int font_size = 0;        // half-points
   std::string_view family;  // as cssFamily writes it
 };
 
