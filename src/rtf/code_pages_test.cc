@@ -17,8 +17,10 @@ TEST(RtfToHtmlCodePageTest, DecodesTheDocumentCodePage) {
   EXPECT_EQ(bodyOf("{\\rtf1\\mac \\'8e\\'a5}"), "<p class=\"p1\">é•</p>\n");
   EXPECT_EQ(bodyOf("{\\rtf1\\pc \\'82}"), "<p class=\"p1\">é</p>\n");
   EXPECT_EQ(bodyOf("{\\rtf1\\pca \\'9b}"), "<p class=\"p1\">ø</p>\n");
-  // 0x81 is unassigned in code page 1252.
-  EXPECT_EQ(inlineOf("a\\'81b"), "a" + std::string(kReplacement) + "b");
+  // 0x81 is unassigned in code page 1252. ('a' is a char because for a
+  // one-letter string in front of a temporary, g++ 12 -O3 warns of an
+  // overlapping copy that cannot happen.)
+  EXPECT_EQ(inlineOf("a\\'81b"), 'a' + std::string(kReplacement) + "b");
 }
 
 TEST(RtfToHtmlCodePageTest, FontCharsetOverridesTheDocumentCodePage) {

@@ -128,7 +128,9 @@ TEST(RtfToHtmlFieldTest, HyperlinksBecomeAnchors) {
 }
 
 TEST(RtfToHtmlFieldTest, OtherFieldsShowOnlyTheirResult) {
-  EXPECT_EQ(inlineOf("p" + link(" PAGE ", "3") + "."), "p3.");
+  // 'p' is a char because for a one-letter string in front of a temporary,
+  // g++ 12 -O3 warns of an overlapping copy that cannot happen.
+  EXPECT_EQ(inlineOf('p' + link(" PAGE ", "3") + "."), "p3.");
   EXPECT_EQ(inlineOf("a{\\field{\\*\\fldinst DATE}}b"), "ab");
   EXPECT_EQ(inlineOf(link("HYPERLINK \"\"", "x")), "x");
 }
