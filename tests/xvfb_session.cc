@@ -251,7 +251,9 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
         "Xvfb did not report a display within the deadline (is the "
         "xvfb package installed?)");
   }
-  session->display_ = ":" + number.substr(0, number.find('\n'));
+  // ':' is a char because for a one-letter string in front of a temporary,
+  // g++ 12 -O3 warns of an overlapping copy that cannot happen (-Wrestrict).
+  session->display_ = ':' + number.substr(0, number.find('\n'));
 
   if (const char* previous = getenv("DISPLAY")) {
     session->previousDisplay_ = previous;

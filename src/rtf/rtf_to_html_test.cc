@@ -5,69 +5,13 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 
-namespace tovrin {
+#include "rtf/rtf_test_support.h"
+
+namespace tovrin::rtf {
 namespace {
-
-constexpr std::string_view kBodyOpen = "<body>\n";
-constexpr std::string_view kBodyClose = "</body>\n";
-constexpr std::string_view kStyleOpen = "<style type=\"text/css\">\n";
-constexpr std::string_view kStyleClose = "</style>\n";
-
-std::string between(const std::string& html, std::string_view open,
-                    std::string_view close) {
-  const size_t start = html.find(open);
-  const size_t end = html.find(close, start);
-  if (start == std::string::npos || end == std::string::npos) {
-    ADD_FAILURE() << "missing " << open << " in:\n" << html;
-    return {};
-  }
-  return html.substr(start + open.size(), end - start - open.size());
-}
-
-std::string convertOrFail(std::string_view rtf) {
-  std::optional<std::string> html = convertRtfToHtml(rtf);
-  if (!html) {
-    ADD_FAILURE() << "no HTML for: " << rtf;
-    return {};
-  }
-  return *html;
-}
-
-/// Converts a whole RTF document and returns what is inside <body>.
-std::string bodyOf(std::string_view rtf) {
-  return between(convertOrFail(rtf), kBodyOpen, kBodyClose);
-}
-
-/// Converts a whole RTF document and returns the rules of its <style>.
-std::string styleOf(std::string_view rtf) {
-  return between(convertOrFail(rtf), kStyleOpen, kStyleClose);
-}
-
-/// Wraps `content` in a minimal document with Helvetica as font 0.
-std::string doc(std::string_view content) {
-  return "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl\\f0\\fswiss\\fcharset0 "
-         "Helvetica;}\\f0 " +
-         std::string(content) + "}";
-}
-
-/// Body of a one-paragraph document, without the surrounding <p> tag.
-std::string inlineOf(std::string_view content) {
-  const std::string body = bodyOf(doc(content));
-  constexpr std::string_view kOpen = "<p class=\"p1\">";
-  constexpr std::string_view kClose = "</p>\n";
-  if (body.substr(0, kOpen.size()) != kOpen ||
-      body.size() < kOpen.size() + kClose.size() ||
-      body.substr(body.size() - kClose.size()) != kClose ||
-      body.find("<p", 1) != std::string::npos) {
-    ADD_FAILURE() << "not a single paragraph: " << body;
-    return body;
-  }
-  return body.substr(kOpen.size(), body.size() - kOpen.size() - kClose.size());
-}
 
 std::string readSample(std::string_view name) {
   const std::string path = std::string(TOVRIN_SOURCE_DIR) +
@@ -77,46 +21,7 @@ std::string readSample(std::string_view name) {
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-constexpr std::string_view kTab = "<span class=\"Apple-tab-span\">\t</span>";
-constexpr std::string_view kReplacement = "\uFFFD";
-
 // ---- Whole documents ------------------------------------------------------
-
-TEST(RtfToHtmlDocumentTest, WritesCocoaStyleDocument) {
-  const std::string rtf =
-      "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl\\f0\\fswiss\\fcharset0 Helvetica;}"
-      "{\\colortbl;\\red255\\green0\\blue0;}\\f0\\fs24 "
-      "Hello {\\b bold} {\\i it} {\\ul under}\\par\\par"
-      "{\\field{\\*\\fldinst{HYPERLINK \"https://example.com/\"}}"
-      "{\\fldrslt link}}\\line next line\\tab after {\\cf1 tab}}";
-  EXPECT_EQ(convertRtfToHtml(rtf),
-            "<!DOCTYPE html PUBLIC \"-//W3C//DTD HTML 4.01//EN\" "
-            "\"http://www.w3.org/TR/html4/strict.dtd\">\n"
-            "<html>\n"
-            "<head>\n"
-            "<meta http-equiv=\"Content-Type\" content=\"text/html; "
-            "charset=UTF-8\">\n"
-            "<meta http-equiv=\"Content-Style-Type\" content=\"text/css\">\n"
-            "<title></title>\n"
-            "<style type=\"text/css\">\n"
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px Helvetica}\n"
-            "p.p2 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px Helvetica; "
-            "min-height: 14.0px}\n"
-            "span.s1 {text-decoration: underline}\n"
-            "span.s2 {color: #ff0000}\n"
-            "span.Apple-tab-span {white-space:pre}\n"
-            "</style>\n"
-            "</head>\n"
-            "<body>\n"
-            "<p class=\"p1\">Hello <b>bold</b> <i>it</i> "
-            "<span class=\"s1\">under</span></p>\n"
-            "<p class=\"p2\"><br></p>\n"
-            "<p class=\"p1\"><a href=\"https://example.com/\">link</a><br>\n"
-            "next line<span class=\"Apple-tab-span\">\t</span>after "
-            "<span class=\"s2\">tab</span></p>\n"
-            "</body>\n"
-            "</html>\n");
-}
 
 TEST(RtfToHtmlDocumentTest, RejectsEmptyAndNonRtfInput) {
   EXPECT_EQ(convertRtfToHtml(""), std::nullopt);
@@ -142,12 +47,6 @@ TEST(RtfToHtmlDocumentTest, DocumentWithoutTextHasEmptyBodyAndStyle) {
 
 // ---- Text -----------------------------------------------------------------
 
-TEST(RtfToHtmlTextTest, EscapesOnlyMarkupCharacters) {
-  EXPECT_EQ(inlineOf("a < b > c & d \"q\" 'x' / = ;"),
-            "a &lt; b &gt; c &amp; d \"q\" 'x' / = ;");
-  EXPECT_EQ(inlineOf("\\'3c\\'26\\u62?"), "&lt;&amp;&gt;");
-}
-
 TEST(RtfToHtmlTextTest, ControlSymbolsAndSpecialCharacters) {
   EXPECT_EQ(inlineOf("a\\~b\\-c\\_d\\{\\}\\\\"), "a\u00a0bc\u2011d{}\\");
   EXPECT_EQ(inlineOf("\\emdash\\endash\\lquote\\rquote\\ldblquote"
@@ -172,163 +71,6 @@ TEST(RtfToHtmlTextTest, OmitsHiddenText) {
   EXPECT_EQ(inlineOf("shown{\\v hidden\\tab\\line}\\v gone\\v0  back"),
             "shown back");
 }
-
-// ---- Paragraphs -----------------------------------------------------------
-
-TEST(RtfToHtmlParagraphTest, EmptyParagraphsKeepTheirLineHeight) {
-  const std::string rtf = doc("\\par\\fs36 \\par one\\par\\par\\fs20 two");
-  EXPECT_EQ(bodyOf(rtf),
-            "<p class=\"p1\"><br></p>\n"
-            "<p class=\"p2\"><br></p>\n"
-            "<p class=\"p3\">one</p>\n"
-            "<p class=\"p2\"><br></p>\n"
-            "<p class=\"p4\">two</p>\n");
-  EXPECT_EQ(styleOf(rtf),
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px Helvetica; "
-            "min-height: 14.0px}\n"
-            "p.p2 {margin: 0.0px 0.0px 0.0px 0.0px; font: 18.0px Helvetica; "
-            "min-height: 22.0px}\n"
-            "p.p3 {margin: 0.0px 0.0px 0.0px 0.0px; font: 18.0px Helvetica}\n"
-            "p.p4 {margin: 0.0px 0.0px 0.0px 0.0px; font: 10.0px Helvetica}\n");
-}
-
-TEST(RtfToHtmlParagraphTest, FinalParagraphIsWrittenOnlyWithContent) {
-  EXPECT_EQ(bodyOf(doc("a\\par")), "<p class=\"p1\">a</p>\n");
-  EXPECT_EQ(bodyOf(doc("a\\par b")),
-            "<p class=\"p1\">a</p>\n<p class=\"p1\">b</p>\n");
-  EXPECT_EQ(bodyOf(doc("a\\par {\\v hidden}")), "<p class=\"p1\">a</p>\n");
-}
-
-TEST(RtfToHtmlParagraphTest, TabsAndLineBreaks) {
-  EXPECT_EQ(inlineOf("a\\tab b\\line c\td"),
-            std::string("a") + std::string(kTab) + "b<br>\nc" +
-                std::string(kTab) + "d");
-  EXPECT_EQ(inlineOf("{\\b x\\tab y\\line z}"),
-            "<b>x" + std::string(kTab) + "y<br>\nz</b>");
-  // Cocoa writes a line break inside a paragraph as LINE SEPARATOR.
-  EXPECT_EQ(inlineOf("a\\uc0\\u8232 b"), "a<br>\nb");
-}
-
-TEST(RtfToHtmlParagraphTest, AlignmentClassesAreSharedInOrderOfUse) {
-  const std::string rtf =
-      doc("\\qc c\\par\\pard l\\par\\qr r\\par\\qj j\\par\\ql l2\\par"
-          "{\\qc c2\\par}l3\\qr\\par");
-  EXPECT_EQ(bodyOf(rtf),
-            "<p class=\"p1\">c</p>\n"
-            "<p class=\"p2\">l</p>\n"
-            "<p class=\"p3\">r</p>\n"
-            "<p class=\"p4\">j</p>\n"
-            "<p class=\"p2\">l2</p>\n"
-            "<p class=\"p1\">c2</p>\n"
-            "<p class=\"p3\">l3</p>\n");
-  EXPECT_EQ(styleOf(rtf),
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; text-align: center; "
-            "font: 12.0px Helvetica}\n"
-            "p.p2 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px Helvetica}\n"
-            "p.p3 {margin: 0.0px 0.0px 0.0px 0.0px; text-align: right; "
-            "font: 12.0px Helvetica}\n"
-            "p.p4 {margin: 0.0px 0.0px 0.0px 0.0px; text-align: justify; "
-            "font: 12.0px Helvetica}\n");
-}
-
-TEST(RtfToHtmlParagraphTest, PageSectionAndRowBreaksEndParagraphs) {
-  EXPECT_EQ(bodyOf(doc("a\\page b\\sect\\page c")),
-            "<p class=\"p1\">a</p>\n<p class=\"p1\">b</p>\n"
-            "<p class=\"p1\">c</p>\n");
-  EXPECT_EQ(bodyOf(doc("\\trowd\\cellx100\\cellx200\\intbl A\\cell B\\cell"
-                       "\\row after")),
-            "<p class=\"p1\">A" + std::string(kTab) +
-                "B</p>\n"
-                "<p class=\"p1\">after</p>\n");
-}
-
-// ---- Character formatting -------------------------------------------------
-
-TEST(RtfToHtmlFormattingTest, BoldAndItalicNestProperlyAcrossGroups) {
-  EXPECT_EQ(inlineOf("{\\b a{\\i b}c}d"), "<b>a<i>b</i>c</b>d");
-  EXPECT_EQ(inlineOf("{\\i a{\\b b}c}"), "<i>a</i><b><i>b</i></b><i>c</i>");
-  EXPECT_EQ(inlineOf("\\b a\\i b\\b0 c\\i0 d"), "<b>a<i>b</i></b><i>c</i>d");
-  EXPECT_EQ(inlineOf("{\\b}{\\i}x{\\b }"), "x");
-  EXPECT_EQ(inlineOf("\\b\\i\\ul a\\plain b"),
-            "<b><i><span class=\"s1\">a</span></i></b>b");
-}
-
-TEST(RtfToHtmlFormattingTest, SpanClassesForDecorationColourAndFont) {
-  const std::string rtf =
-      "{\\rtf1\\ansi{\\fonttbl{\\f0\\fswiss Helvetica;}"
-      "{\\f1\\froman Times New Roman;}}"
-      "{\\colortbl;\\red255\\green0\\blue0;\\red0\\green128\\blue255;}"
-      "\\f0\\fs24 {\\ul u}{\\strike s}{\\ul\\strike us}{\\uldb d}"
-      "{\\ulw w\\ulnone n}{\\striked1 x\\striked0 y}{\\cf1 red}"
-      "{\\cf2\\ul blue}{\\cf9 none}{\\cf0 auto}{\\f1 times}{\\fs30 big}"
-      "{\\ul u2}}";
-  EXPECT_EQ(bodyOf(rtf),
-            "<p class=\"p1\"><span class=\"s1\">u</span>"
-            "<span class=\"s2\">s</span><span class=\"s3\">us</span>"
-            "<span class=\"s1\">dw</span>n<span class=\"s2\">x</span>y"
-            "<span class=\"s4\">red</span><span class=\"s5\">blue</span>"
-            "noneauto<span class=\"s6\">times</span>"
-            "<span class=\"s7\">big</span><span class=\"s1\">u2</span></p>\n");
-  EXPECT_EQ(styleOf(rtf),
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px Helvetica}\n"
-            "span.s1 {text-decoration: underline}\n"
-            "span.s2 {text-decoration: line-through}\n"
-            "span.s3 {text-decoration: underline line-through}\n"
-            "span.s4 {color: #ff0000}\n"
-            "span.s5 {text-decoration: underline; color: #0080ff}\n"
-            "span.s6 {font: 12.0px 'Times New Roman'}\n"
-            "span.s7 {font: 15.0px Helvetica}\n");
-}
-
-TEST(RtfToHtmlFormattingTest, FontNamesAreSanitisedForCss) {
-  EXPECT_EQ(styleOf("{\\rtf1{\\fonttbl{\\f0 Bad'\\}</style>\\{Name;}}\\f0 x}"),
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px "
-            "'Bad/styleName'}\n");
-  // Unknown fonts and empty names fall back to Helvetica.
-  EXPECT_EQ(styleOf("{\\rtf1{\\fonttbl{\\f0 ;}}\\f0 x\\par\\f7 y}"),
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px Helvetica}\n");
-}
-
-// ---- Code pages -----------------------------------------------------------
-
-TEST(RtfToHtmlCodePageTest, DecodesTheDocumentCodePage) {
-  EXPECT_EQ(inlineOf("caf\\'e9 \\'80\\'85 caf\xe9"), "café €… café");
-  EXPECT_EQ(bodyOf("{\\rtf1\\ansi\\ansicpg1251 \\'cf\\'f0\\'e8}"),
-            "<p class=\"p1\">При</p>\n");
-  EXPECT_EQ(bodyOf("{\\rtf1\\mac \\'8e\\'a5}"), "<p class=\"p1\">é•</p>\n");
-  EXPECT_EQ(bodyOf("{\\rtf1\\pc \\'82}"), "<p class=\"p1\">é</p>\n");
-  EXPECT_EQ(bodyOf("{\\rtf1\\pca \\'9b}"), "<p class=\"p1\">ø</p>\n");
-  // 0x81 is unassigned in code page 1252.
-  EXPECT_EQ(inlineOf("a\\'81b"), "a" + std::string(kReplacement) + "b");
-}
-
-TEST(RtfToHtmlCodePageTest, FontCharsetOverridesTheDocumentCodePage) {
-  // All fonts share a name so that no font spans appear.
-  const std::string fonts =
-      "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl{\\f0\\fcharset0 X;}"
-      "{\\f1\\fcharset204 X;}{\\f2\\fcharset128 X;}{\\f3\\fcharset1 X;}"
-      "{\\f4\\cpg1253 X;}}\\f0 ";
-  EXPECT_EQ(bodyOf(fonts + "\\'e9 {\\f1 \\'cf\\'f0\\'e8\\'e2\\'e5\\'f2} "
-                           "{\\f3\\'e9} {\\f4\\'e1}}"),
-            "<p class=\"p1\">é Привет é α</p>\n");
-  // Shift_JIS: bytes are decoded in pairs, also across raw line breaks, and a
-  // trail byte may be a plain character or even a brace-free symbol.
-  EXPECT_EQ(bodyOf(fonts + "\\f2 \\'93\\'fa\\'96\\'7b\\'8c\r\n\\'ea "
-                           "\\'83\\'5c\\'82a}"),
-            "<p class=\"p1\">日本語 ソＢ</p>\n");
-  // A lead byte without its trail byte is invalid.
-  EXPECT_EQ(bodyOf(fonts + "\\f2 \\'93}"),
-            "<p class=\"p1\">" + std::string(kReplacement) + "</p>\n");
-}
-
-TEST(RtfToHtmlCodePageTest, FontNamesAreDecodedInTheirCharset) {
-  EXPECT_EQ(styleOf("{\\rtf1\\ansi{\\fonttbl{\\f0\\fnil\\fcharset128 "
-                    "\\'82\\'6c\\'82\\'72 \\'83\\'53\\'83\\'56\\'83\\'62\\'83"
-                    "\\'4e;}}\\f0 x}"),
-            "p.p1 {margin: 0.0px 0.0px 0.0px 0.0px; font: 12.0px "
-            "'ＭＳ ゴシック'}\n");
-}
-
 // ---- Unicode --------------------------------------------------------------
 
 TEST(RtfToHtmlUnicodeTest, SkipsFallbackCharacters) {
@@ -386,7 +128,9 @@ TEST(RtfToHtmlFieldTest, HyperlinksBecomeAnchors) {
 }
 
 TEST(RtfToHtmlFieldTest, OtherFieldsShowOnlyTheirResult) {
-  EXPECT_EQ(inlineOf("p" + link(" PAGE ", "3") + "."), "p3.");
+  // 'p' is a char because for a one-letter string in front of a temporary,
+  // g++ 12 -O3 warns of an overlapping copy that cannot happen.
+  EXPECT_EQ(inlineOf('p' + link(" PAGE ", "3") + "."), "p3.");
   EXPECT_EQ(inlineOf("a{\\field{\\*\\fldinst DATE}}b"), "ab");
   EXPECT_EQ(inlineOf(link("HYPERLINK \"\"", "x")), "x");
 }
@@ -581,4 +325,4 @@ TEST(RtfToHtmlSampleTest, LibreOffice) {
 }
 
 }  // namespace
-}  // namespace tovrin
+}  // namespace tovrin::rtf

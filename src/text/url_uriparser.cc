@@ -80,11 +80,21 @@ std::optional<ParsedURL> parseURLWithUriparser(std::string_view text) {
   std::string_view scheme = rangeText((*uri).scheme);
   if (scheme.empty()) return std::nullopt;  // a relative reference
 
+  ParsedURL parsed;
+  std::string_view host = rangeText((*uri).hostText);
+  parsed.isFileURL =
+      equalsIgnoringAsciiCase(scheme, "file") &&
+      (host.empty() || equalsIgnoringAsciiCase(host, "localhost"));
+
+  // uriparser keeps the leading slash of a path only as a flag, and none at
+  // all when an authority precedes the path. A file URL with an authority
+  // but no path ("file://localhost") names the root.
   const bool hasAuthority = (*uri).hostText.first != nullptr;
+  const bool fromRoot =
+      (*uri).absolutePath ||
+      (hasAuthority && ((*uri).pathHead != nullptr || parsed.isFileURL));
   std::string rawPath;
-  if ((*uri).absolutePath || (hasAuthority && (*uri).pathHead != nullptr)) {
-    rawPath = "/";
-  }
+  if (fromRoot) rawPath.push_back('/');
   bool firstSegment = true;
   for (const UriPathSegmentA* segment = (*uri).pathHead; segment != nullptr;
        segment = segment->next) {
@@ -92,13 +102,6 @@ std::optional<ParsedURL> parseURLWithUriparser(std::string_view text) {
     rawPath.append(rangeText(segment->text));
     firstSegment = false;
   }
-
-  ParsedURL parsed;
-  std::string_view host = rangeText((*uri).hostText);
-  parsed.isFileURL =
-      equalsIgnoringAsciiCase(scheme, "file") &&
-      (host.empty() || equalsIgnoringAsciiCase(host, "localhost"));
-  if (parsed.isFileURL && hasAuthority && rawPath.empty()) rawPath = "/";
   parsed.path = percentDecoded(rawPath);
   if (parsed.path.size() > 1 && parsed.path.back() == '/') {
     parsed.path.pop_back();
