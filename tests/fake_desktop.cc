@@ -102,6 +102,9 @@ class FakeDesktop::FakePasteboard : public Pasteboard {
     record("items");
     return contents().items;
   }
+  void guardString(std::string_view text) override {
+    record("guard " + std::string(text));
+  }
   void clearContents() override {
     record("clear");
     contents() = PasteboardContents();

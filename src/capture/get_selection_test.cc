@@ -64,7 +64,7 @@ const Lines kTextCopied = {
 const Lines kNothingCopied = {
     "[tovrin] CGEvent: Restored original clipboard (no copy)",
     "[tovrin] CGEvent: No text copied",
-    "[tovrin] CGEvent failed in 0.464s",
+    "[tovrin] CGEvent failed in 0.465s",
 };
 
 Lines concat(std::initializer_list<Lines> parts) {
@@ -103,12 +103,12 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
        copiedText("Copy", "<b>Copy</b>"),
        concat({header("com.apple.TextEdit", false), kAccessibilityFailed,
                kCopyStart, kTextCopied,
-               {"[tovrin] SUCCESS via CGEvent in 0.262s (total: 0.266s)"}}),
+               {"[tovrin] SUCCESS via CGEvent in 0.263s (total: 0.267s)"}}),
        R"({"success":true,"text":"Copy","method":"cgevent",)"
        R"("html":"<b>Copy<\/b>"})"},
       {"nothing anywhere", true, std::nullopt, std::nullopt, std::nullopt,
        concat({header("unknown", false), kAccessibilityFailed, kCopyStart,
-               kNothingCopied, {"[tovrin] FAILED total time: 0.468s"}}),
+               kNothingCopied, {"[tovrin] FAILED total time: 0.469s"}}),
        kNothing},
       {"Finder with files", true, "com.apple.finder", "ignored", copiedFiles(),
        concat({header("com.apple.finder", true), {kFinderLine}, kCopyStart,
@@ -116,12 +116,12 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
                 "[tovrin] Combined file path extraction: 1 unique path(s)",
                 "[tovrin] CGEvent: Got 1 file path(s)",
                 "[tovrin] CGEvent: Restored original clipboard",
-                "[tovrin] SUCCESS via CGEvent in 0.259s (total: 0.261s)"}}),
+                "[tovrin] SUCCESS via CGEvent in 0.260s (total: 0.262s)"}}),
        R"({"success":true,"method":"cgevent",)"
        R"("file_paths":["\/Users\/me\/report.pdf"]})"},
       {"Finder with nothing", true, "com.apple.finder", "ignored", std::nullopt,
        concat({header("com.apple.finder", true), {kFinderLine}, kCopyStart,
-               kNothingCopied, {"[tovrin] FAILED total time: 0.466s"}}),
+               kNothingCopied, {"[tovrin] FAILED total time: 0.467s"}}),
        kNothing},
   };
   for (const Scenario& s : scenarios) {

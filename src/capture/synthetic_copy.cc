@@ -68,6 +68,9 @@ std::optional<ClipboardCaptureResult> getSelectedTextViaCGEvent(
   // Only the plain text is saved; other types are not written back.
   const std::optional<std::string> saved =
       pasteboard->stringForType(PasteboardType::kString);
+  // Killed between the clear and the write-back, the run must still give
+  // the user their text back.
+  if (saved) pasteboard->guardString(*saved);
   // After a capture, a short pause lets the application finish with the
   // clipboard before the saved text replaces its copy.
   const auto restoreAfterCapture = [&] {

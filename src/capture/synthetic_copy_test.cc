@@ -30,7 +30,8 @@ TEST(SyntheticCopyTest, CapturesTextAndPutsTheSavedTextBack) {
   EXPECT_TRUE(result->filePaths.empty());
   EXPECT_EQ(desktop.currentPasteboard().string, "A");
   EXPECT_EQ(desktop.operations,
-            (Lines{"lock", "string", "modifierFlags", "clear", "keyDown",
+            (Lines{"lock", "string", "guard A", "modifierFlags", "clear",
+                   "keyDown",
                    "keyUp", "urlObjects", "items",
                    "propertyList NSFilenamesPboardType", "string", "types",
                    "html", "clear", "setString A", "unlock"}));

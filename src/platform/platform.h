@@ -133,6 +133,10 @@ class Pasteboard {
   /// The pasteboard's items, in order.
   virtual std::optional<std::vector<PasteboardItem>> pasteboardItems() = 0;
 
+  /// Should this process end before the next setString() (killed by its
+  /// host, say), `text` becomes the pasteboard's plain text all the same.
+  /// The synthetic copy calls it with the saved text before clearing.
+  virtual void guardString(std::string_view text) = 0;
   /// Empties the pasteboard.
   virtual void clearContents() = 0;
   /// Makes `text` the pasteboard's entry of `type`; false when it could not.

@@ -27,19 +27,6 @@ void prepareProcess() {
 
 namespace {
 
-class FileLock : public CopyRunLock {
- public:
-  explicit FileLock(int fd) : fd_(fd) {}
-  ~FileLock() override {
-    if (fd_ >= 0) close(fd_);
-  }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
-
- private:
-  int fd_;
-};
-
 /// This user's runtime directory: $XDG_RUNTIME_DIR, else /tmp/tovrin-UID,
 /// made private to the user. Empty when neither can be trusted.
 std::string runtimeDirectory() {
@@ -60,8 +47,12 @@ std::string runtimeDirectory() {
 
 }  // namespace
 
-CopyRunLockHandle lockUserFile(const std::string& name,
-                               std::chrono::milliseconds timeout) {
+FileLock::~FileLock() {
+  if (fd_ >= 0) close(fd_);
+}
+
+std::unique_ptr<FileLock> lockUserFile(const std::string& name,
+                                       std::chrono::milliseconds timeout) {
   const std::string directory = runtimeDirectory();
   if (directory.empty()) return std::make_unique<FileLock>(-1);
   const std::string path = directory + "/" + name;

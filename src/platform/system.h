@@ -48,8 +48,21 @@ void dispatchToWorker(std::function<void()> work);
 /// the file cannot be had at all, a lock that locks nothing: a capture
 /// without the lock beats no capture. The system drops the lock when the
 /// process ends, however it ends.
-CopyRunLockHandle lockUserFile(const std::string& name,
-                               std::chrono::milliseconds timeout);
+class FileLock : public CopyRunLock {
+ public:
+  explicit FileLock(int fd) : fd_(fd) {}
+  ~FileLock() override;
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  /// The locked file's descriptor; -1 for a lock that locks nothing. A
+  /// process that inherits it holds the lock too, until it closes it.
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+std::unique_ptr<FileLock> lockUserFile(const std::string& name,
+                                       std::chrono::milliseconds timeout);
 
 /// The services above as the Platform's operations, for real backends to
 /// derive from: they add what is particular to their desktop.

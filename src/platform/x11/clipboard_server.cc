@@ -9,7 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <X11/extensions/XTest.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -84,19 +87,24 @@ void report(int fd, char kind, int32_t pid) {
   (void)written;
 }
 
-// Leaves the server only its socket and /dev/null as standard streams, so
-// that it holds open neither the host's pipes nor the parent's X connections
-// (which would keep the parent's windows alive).
-int detachDescriptors(int keepFd) {
-  if (keepFd < 3) keepFd = fcntl(keepFd, F_DUPFD, 3);
+// Leaves the server only `keep` (its socket and the copy-run lock) and
+// /dev/null as standard streams, so that it holds open neither the host's
+// pipes nor the parent's X connections (which would keep the parent's
+// windows alive). Descriptors of `keep` below 3 are moved up; -1 stays.
+void detachDescriptors(std::array<int, 2>& keep) {
+  for (int& fd : keep) {
+    if (fd >= 0 && fd < 3) fd = fcntl(fd, F_DUPFD, 3);
+  }
   int devNull = open("/dev/null", O_RDWR);
   if (devNull >= 0) {
     for (int stream = 0; stream < 3; ++stream) {
       if (devNull != stream) dup2(devNull, stream);
     }
-    if (devNull > 2 && devNull != keepFd) close(devNull);
+    if (devNull > 2 && devNull != keep[0] && devNull != keep[1]) {
+      close(devNull);
+    }
   }
-  auto closeFrom = [](unsigned first, unsigned last) {
+  auto closeRange = [](unsigned first, unsigned last) {
     if (first > last) return;
     if (close_range(first, last, 0) == 0) return;
     long limit = std::min<long>(sysconf(_SC_OPEN_MAX), 65536);
@@ -104,9 +112,15 @@ int detachDescriptors(int keepFd) {
       close(static_cast<int>(fd));
     }
   };
-  closeFrom(3, static_cast<unsigned>(keepFd) - 1);
-  closeFrom(static_cast<unsigned>(keepFd) + 1, ~0U);
-  return keepFd;
+  std::array<int, 2> sorted = keep;
+  std::sort(sorted.begin(), sorted.end());
+  unsigned next = 3;
+  for (const int fd : sorted) {
+    if (fd < 3) continue;
+    closeRange(next, static_cast<unsigned>(fd) - 1);
+    next = static_cast<unsigned>(fd) + 1;
+  }
+  closeRange(next, ~0U);
 }
 
 // The parent's signal handlers and mask mean nothing to the server.
@@ -186,10 +200,93 @@ Transfer receiveAll(int fd, char* buffer, size_t size,
   return Transfer::kDone;
 }
 
-// The server process: opens the display, waits for the text (nothing comes
-// when the parent never needs it), then owns CLIPBOARD with it until another
-// client takes it or the display goes away. Returns its exit status.
-int runServer(int socketFd, const std::string& displayName) {
+// What the parent tells its server process, each a kind byte, a 64-bit
+// length and that many bytes.
+constexpr char kOrderSaved = 'S';     // the user's text, to restore if need be
+constexpr char kOrderClearing = 'C';  // the clipboard is being cleared
+constexpr char kOrderKeys = 'K';      // key codes about to be pressed
+constexpr char kOrderKeysUp = 'U';    // ... and released again
+constexpr char kOrderServe = 'W';     // the text to serve now
+constexpr char kOrderDone = 'D';      // the run ended; nothing to do
+// Far above any clipboard text tovrin reads; only guards the allocation.
+constexpr uint64_t kMaxOrderSize = uint64_t{1} << 30;
+
+/// What the parent ordered before it said "serve" or "done", or went away.
+struct Orders {
+  std::optional<std::string> saved;
+  bool clearing = false;
+  std::vector<KeyCode> pressedKeys;
+  std::optional<std::string> serve;
+  bool done = false;
+};
+
+/// Reads orders until the parent says what to serve, says it is done, or
+/// goes away (killed, or silent for kIdleServerLifetime).
+Orders receiveOrders(int socketFd) {
+  Orders orders;
+  for (;;) {
+    char kind = 0;
+    uint64_t size = 0;
+    if (receiveAll(socketFd, &kind, 1, Clock::now() + kIdleServerLifetime) !=
+            Transfer::kDone ||
+        receiveAll(socketFd, reinterpret_cast<char*>(&size), sizeof size,
+                   Clock::now() + kX11ConversionTimeout) != Transfer::kDone ||
+        size > kMaxOrderSize) {
+      return orders;
+    }
+    std::string payload(static_cast<size_t>(size), '\0');
+    if (receiveAll(socketFd, payload.data(), payload.size(),
+                   Clock::now() + kX11ConversionTimeout) != Transfer::kDone) {
+      return orders;
+    }
+    switch (kind) {
+      case kOrderSaved:
+        orders.saved = std::move(payload);
+        break;
+      case kOrderClearing:
+        orders.clearing = true;
+        break;
+      case kOrderKeys:
+        orders.pressedKeys.assign(payload.begin(), payload.end());
+        break;
+      case kOrderKeysUp:
+        orders.pressedKeys.clear();
+        break;
+      case kOrderServe:
+        orders.serve = std::move(payload);
+        return orders;
+      case kOrderDone:
+        orders.done = true;
+        return orders;
+      default:
+        return orders;
+    }
+  }
+}
+
+/// Lets go of the keys a dead parent left pressed. Only keys still down
+/// are released: a key the user holds now was not pressed by us.
+void releaseKeys(Display* display, const std::vector<KeyCode>& keys) {
+  char down[32] = {};
+  XQueryKeymap(display, down);
+  // C first, then the modifiers, the reverse of the press.
+  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+    if ((down[*key / 8] & (1 << (*key % 8))) != 0) {
+      XTestFakeKeyEvent(display, *key, False, CurrentTime);
+    }
+  }
+  XSync(display, False);
+}
+
+// The server process: opens the display and watches over the parent's copy
+// run (nothing comes when the parent never needs it). Should the parent die
+// between clearing the clipboard and writing the user's text back, it
+// releases the keys the parent pressed and puts the text back itself. Then
+// it owns CLIPBOARD with the text until another client takes it or the
+// display goes away. `lockFd`, when open, is the parent's copy-run lock:
+// held until the text is served, so that the next run does not start on a
+// clipboard that is still ours to restore. Returns its exit status.
+int runServer(int socketFd, int lockFd, const std::string& displayName) {
   auto connection = SelectionConnection::open(
       displayName,
       std::vector<const char*>(std::begin(kAtomNames), std::end(kAtomNames)));
@@ -197,20 +294,20 @@ int runServer(int socketFd, const std::string& displayName) {
     report(socketFd, kServerFailed, 0);
     return 1;
   }
-  uint64_t size = 0;
-  if (receiveAll(socketFd, reinterpret_cast<char*>(&size), sizeof size,
-                 Clock::now() + kIdleServerLifetime) != Transfer::kDone) {
-    return 0;
-  }
-  std::string text;
-  if (size > text.max_size()) return 1;
-  text.resize(static_cast<size_t>(size));
-  if (receiveAll(socketFd, text.data(), text.size(),
-                 Clock::now() + kX11ConversionTimeout) != Transfer::kDone) {
-    return 1;
-  }
-
+  Orders orders = receiveOrders(socketFd);
+  if (orders.done) return 0;
   Display* display = connection->display();
+  const bool parentGone = !orders.serve;
+  if (parentGone) {
+    releaseKeys(display, orders.pressedKeys);
+    // Before the clear the clipboard still holds what the user had there.
+    if (!orders.clearing || !orders.saved) return 0;
+    close(socketFd);
+    socketFd = -1;
+  }
+  const std::string text = parentGone ? *orders.saved : *orders.serve;
+  orders = Orders();
+
   Window window = connection->window();
   // Tells tools (and tests) which process serves the clipboard.
   long pid = getpid();
@@ -221,14 +318,16 @@ int runServer(int socketFd, const std::string& displayName) {
   std::optional<Time> acquired =
       acquireSelection(display, window, clipboard, deadline);
   if (!acquired) {
-    report(socketFd, kServerFailed, 0);
+    if (socketFd >= 0) report(socketFd, kServerFailed, 0);
     return 1;
   }
   SelectionServer server(display, window, clipboard, *acquired,
                          textTargets(display, text));
-  text = std::string();
-  report(socketFd, kServerOwns, static_cast<int32_t>(getpid()));
-  close(socketFd);
+  if (socketFd >= 0) {
+    report(socketFd, kServerOwns, static_cast<int32_t>(getpid()));
+    close(socketFd);
+  }
+  if (lockFd >= 0) close(lockFd);
   askClipboardManagerToSave(display, window, *acquired);
 
   for (;;) {
@@ -276,7 +375,7 @@ void UniqueFd::reset() {
 }
 
 std::unique_ptr<ServerProcess> ServerProcess::start(
-    const std::string& displayName) {
+    const std::string& displayName, int lockFd) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
     return nullptr;
@@ -293,11 +392,12 @@ std::unique_ptr<ServerProcess> ServerProcess::start(
     pid_t server = fork();
     if (server == 0) {
       resetSignals();
-      int socketFd = detachDescriptors(ends[1]);
+      std::array<int, 2> keep = {ends[1], lockFd};
+      detachDescriptors(keep);
       if (chdir("/") != 0) {
         // Keeping the parent's directory busy is harmless.
       }
-      _exit(runServer(socketFd, displayName));
+      _exit(runServer(keep[0], keep[1], displayName));
     }
     report(ends[1], server > 0 ? kServerStarted : kServerFailed, server);
     _exit(0);
@@ -307,18 +407,36 @@ std::unique_ptr<ServerProcess> ServerProcess::start(
 }
 
 ServerProcess::~ServerProcess() {
-  // The server sees the end of its socket and ends unless it serves.
+  // Said only here: a parent that dies never says it, and the end of the
+  // socket without it sets the server to work.
+  if (socket_.get() >= 0) order(kOrderDone, {});
   socket_.reset();
   reapIntermediate();
 }
 
+void ServerProcess::guard(std::string_view savedText) {
+  order(kOrderSaved, savedText);
+}
+
+void ServerProcess::clearing() { order(kOrderClearing, {}); }
+
+void ServerProcess::keysDown(const std::vector<uint8_t>& keys) {
+  order(kOrderKeys, std::string_view(reinterpret_cast<const char*>(keys.data()),
+                                     keys.size()));
+}
+
+void ServerProcess::keysUp() { order(kOrderKeysUp, {}); }
+
+bool ServerProcess::order(char kind, std::string_view payload) {
+  const uint64_t size = payload.size();
+  return socket_.get() >= 0 && send(&kind, 1) &&
+         send(reinterpret_cast<const char*>(&size), sizeof size) &&
+         send(payload.data(), payload.size());
+}
+
 ServerProcess::Outcome ServerProcess::serve(std::string_view text) {
-  uint64_t size = text.size();
   Outcome outcome = Outcome::kGone;
-  if (send(reinterpret_cast<const char*>(&size), sizeof size) &&
-      send(text.data(), text.size())) {
-    outcome = awaitOwnership();
-  }
+  if (order(kOrderServe, text)) outcome = awaitOwnership();
   reapIntermediate();
   if (outcome != Outcome::kOwns && server_ > 0) kill(server_, SIGKILL);
   socket_.reset();

@@ -7,13 +7,22 @@
 // CLIPBOARD with the text (UTF8_STRING, text/plain;charset=utf-8 and STRING)
 // until another client takes it or the display goes away, and asks a running
 // clipboard manager to save it.
+//
+// From the clear to the write-back it also watches over the copy run: it
+// knows the user's saved text and the keys pressed, and learns of this
+// process's death from the end of their socket. A run killed meanwhile (by
+// a host's timeout, SIGKILL included) leaves neither a key held nor the user
+// without their clipboard text: the server releases the keys and serves the
+// saved text itself.
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace tovrin {
 
@@ -40,7 +49,10 @@ class UniqueFd {
 class ServerProcess {
  public:
   /// Starts the process on `displayName`; null when it cannot be started.
-  static std::unique_ptr<ServerProcess> start(const std::string& displayName);
+  /// `lockFd`, when open, is the copy-run lock: the process holds it too,
+  /// until it serves, so that it outlasts this process if need be.
+  static std::unique_ptr<ServerProcess> start(const std::string& displayName,
+                                              int lockFd = -1);
   ~ServerProcess();
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
@@ -51,6 +63,16 @@ class ServerProcess {
     kFailed,  // it could not take CLIPBOARD, or did not say in time
   };
 
+  /// The user's text, to serve should this process die after clearing().
+  void guard(std::string_view savedText);
+  /// Sent before the clipboard is cleared: from now on only the saved text
+  /// stands for the user's clipboard.
+  void clearing();
+  /// Sent before `keys` (X key codes) are pressed, and keysUp() after they
+  /// are released: keys this process may die holding.
+  void keysDown(const std::vector<uint8_t>& keys);
+  void keysUp();
+
   /// Hands `text` over and waits until the process owns CLIPBOARD with it,
   /// giving up after kX11ConversionTimeout without progress.
   Outcome serve(std::string_view text);
@@ -59,6 +81,7 @@ class ServerProcess {
   ServerProcess(UniqueFd socket, pid_t intermediate)
       : socket_(std::move(socket)), intermediate_(intermediate) {}
 
+  bool order(char kind, std::string_view payload);
   bool send(const char* data, size_t size);
   Outcome awaitOwnership();
   void reapIntermediate();

@@ -7,6 +7,8 @@
 // clang-format on
 
 #include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -14,12 +16,15 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "platform/system.h"
 #include "tests/x11/clipboard_fixture.h"
 #include "tests/x11/test_owner.h"
 
@@ -263,6 +268,109 @@ TEST_F(ClipboardServerX11Test, ServerProcessThatEndedEarlyIsReplaced) {
   });
   EXPECT_EQ(run.exitCode, 0) << "2: setup, 3: no server seen, 4: not written";
   EXPECT_EQ(xclipReads("UTF8_STRING"), "replaced");
+}
+
+// How far a copy run got when its host killed it.
+enum class KilledAt { kBeforeTheClear, kWithKeysDown, kAfterTheKeys };
+
+/// Runs the start of a copy run in a child process on the fixture's display
+/// (save "user text", clear, press Ctrl+C through XTest, as far as `stage`),
+/// holding a copy-run lock in `lockDirectory`, and kills it with SIGKILL.
+void runCopyAndKill(const std::string& display, KilledAt stage,
+                    const std::string& lockDirectory) {
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    close(ready[0]);
+    setenv("XDG_RUNTIME_DIR", lockDirectory.c_str(), 1);
+    auto lock = lockUserFile("copy.lock", milliseconds(0));
+    auto pasteboard = createX11Pasteboard(display);
+    Display* keys = XOpenDisplay(display.c_str());
+    if (!lock || !pasteboard || keys == nullptr) _exit(1);
+    pasteboard->shareCopyLock(lock->fd());
+    pasteboard->guardString("user text");
+    if (stage != KilledAt::kBeforeTheClear) {
+      pasteboard->clearContents();
+      const std::vector<uint8_t> shortcut = {
+          XKeysymToKeycode(keys, XK_Control_L), XKeysymToKeycode(keys, XK_c)};
+      pasteboard->keysPressed(shortcut);
+      for (const uint8_t key : shortcut) {
+        XTestFakeKeyEvent(keys, key, True, CurrentTime);
+      }
+      XSync(keys, False);
+      if (stage == KilledAt::kAfterTheKeys) {
+        for (const uint8_t key : shortcut) {
+          XTestFakeKeyEvent(keys, key, False, CurrentTime);
+        }
+        XSync(keys, False);
+        pasteboard->keysReleased();
+      }
+    }
+    if (write(ready[1], "r", 1) != 1) _exit(1);
+    pause();
+    _exit(0);
+  }
+  close(ready[1]);
+  pollfd entry = {ready[0], POLLIN, 0};
+  EXPECT_EQ(poll(&entry, 1, 10000), 1) << "the run never got there";
+  close(ready[0]);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+bool keyDown(Display* display, KeySym sym) {
+  char keys[32] = {};
+  XQueryKeymap(display, keys);
+  const KeyCode key = XKeysymToKeycode(display, sym);
+  return (keys[key / 8] & (1 << (key % 8))) != 0;
+}
+
+TEST_F(ClipboardServerX11Test, AKilledRunLeavesNoKeyHeldAndTheUserTextBack) {
+  char directory[] = "/tmp/tovrin-guard-test-XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  Display* display = probe_->display();
+  for (const KilledAt stage :
+       {KilledAt::kWithKeysDown, KilledAt::kAfterTheKeys}) {
+    SCOPED_TRACE(stage == KilledAt::kWithKeysDown ? "keys down" : "keys up");
+    const pid_t user = xclipOwns("UTF8_STRING", "user text");
+    runCopyAndKill(xvfb().display(), stage, directory);
+    // The next run gets the lock only once the text is back.
+    setenv("XDG_RUNTIME_DIR", directory, 1);
+    auto next = lockUserFile("copy.lock", milliseconds(5000));
+    unsetenv("XDG_RUNTIME_DIR");
+    ASSERT_TRUE(next);
+    const pid_t server = clipboardOwnerPid();
+    EXPECT_GT(server, 0);
+    EXPECT_NE(server, user);
+    EXPECT_EQ(xclipReads("UTF8_STRING"), "user text");
+    EXPECT_FALSE(keyDown(display, XK_Control_L));
+    EXPECT_FALSE(keyDown(display, XK_c));
+    xvfb().terminate(user);
+    // Gone before the next round: its window's id may come back as xclip's.
+    if (server > 0) kill(server, SIGTERM);
+    EXPECT_TRUE(waitUntil(
+        [&] { return processEnded(server) && clipboardOwner() == None; },
+        kGivesUp));
+  }
+  std::filesystem::remove_all(directory);
+}
+
+TEST_F(ClipboardServerX11Test, ARunKilledBeforeItsClearLeavesTheClipboardAlone) {
+  char directory[] = "/tmp/tovrin-guard-test-XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  const pid_t user = xclipOwns("text/html", "<b>rich</b>");
+  const Window owner = clipboardOwner();
+  runCopyAndKill(xvfb().display(), KilledAt::kBeforeTheClear, directory);
+  setenv("XDG_RUNTIME_DIR", directory, 1);
+  EXPECT_TRUE(lockUserFile("copy.lock", milliseconds(5000)));
+  unsetenv("XDG_RUNTIME_DIR");
+  // Still the user's own owner, with everything it offered.
+  EXPECT_EQ(clipboardOwner(), owner);
+  EXPECT_EQ(xclipReads("text/html"), "<b>rich</b>");
+  xvfb().terminate(user);
+  std::filesystem::remove_all(directory);
 }
 
 }  // namespace

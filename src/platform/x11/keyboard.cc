@@ -101,6 +101,14 @@ void CopyKeystroke::press() {
   pressed_ = true;
 }
 
+std::vector<KeyCode> CopyKeystroke::shortcutKeys() const {
+  if (shortcut_ == CopyShortcut::kNone) return {};
+  std::vector<KeyCode> keys = {control_};
+  if (shortcut_ == CopyShortcut::kControlShiftC) keys.push_back(shift_);
+  if (c_ != 0) keys.push_back(c_);
+  return keys;
+}
+
 void CopyKeystroke::release() {
   if (!pressed_) return;
   fakeKey(c_, false);

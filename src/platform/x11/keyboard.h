@@ -34,6 +34,10 @@ class CopyKeystroke {
   /// modifiers again. Does nothing unless pressed.
   void release();
   bool pressed() const { return pressed_; }
+  /// The keys press() presses, in order: Control, Shift for terminals, then
+  /// C; what a process watching over this one must release should it die
+  /// between press() and release().
+  std::vector<KeyCode> shortcutKeys() const;
 
  private:
   CopyKeystroke(Display* display, CopyShortcut shortcut)

@@ -132,6 +132,13 @@ struct X11PasteboardState {
   // Only the writing operations take this one.
   std::mutex serverMutex;
   std::unique_ptr<ServerProcess> nextServer;  // by serverMutex
+  int copyLockFd = -1;                        // by serverMutex
+
+  /// The process that will serve the write-back, started if need be.
+  ServerProcess* server() {
+    if (!nextServer) nextServer = ServerProcess::start(displayName, copyLockFd);
+    return nextServer.get();
+  }
 };
 
 namespace {
@@ -322,8 +329,35 @@ std::optional<std::vector<PasteboardItem>> X11Pasteboard::pasteboardItems() {
   return itemsFromGnomeCopiedFiles(*copied);
 }
 
+void X11Pasteboard::guardString(std::string_view text) {
+  std::lock_guard<std::mutex> lock(state_->serverMutex);
+  if (ServerProcess* server = state_->server()) server->guard(text);
+}
+
+void X11Pasteboard::keysPressed(const std::vector<uint8_t>& keys) {
+  std::lock_guard<std::mutex> lock(state_->serverMutex);
+  if (ServerProcess* server = state_->server()) server->keysDown(keys);
+}
+
+void X11Pasteboard::keysReleased() {
+  std::lock_guard<std::mutex> lock(state_->serverMutex);
+  if (state_->nextServer) state_->nextServer->keysUp();
+}
+
+void X11Pasteboard::shareCopyLock(int fd) {
+  std::lock_guard<std::mutex> lock(state_->serverMutex);
+  state_->copyLockFd = fd;
+}
+
 void X11Pasteboard::clearContents() {
   std::shared_ptr<X11PasteboardState> state = state_;
+  {
+    // The text is put back after every capture: the process that will
+    // serve it starts now, while the application copies, and from here on
+    // watches over the run.
+    std::lock_guard<std::mutex> lock(state->serverMutex);
+    if (ServerProcess* server = state->server()) server->clearing();
+  }
   {
     std::lock_guard<std::mutex> lock(state->ownerMutex);
     if (state->ownerConnection && state->ownerConnection->broken()) {
@@ -347,12 +381,6 @@ void X11Pasteboard::clearContents() {
           display, window, clipboard, *acquired, std::vector<OfferedTarget>{});
     }
   }
-  // The clipboard's text is put back after every capture: the process that
-  // will serve it starts now, while the application copies.
-  std::lock_guard<std::mutex> lock(state->serverMutex);
-  if (!state->nextServer) {
-    state->nextServer = ServerProcess::start(state->displayName);
-  }
 }
 
 bool X11Pasteboard::setString(std::string_view text, PasteboardType type) {
@@ -366,7 +394,7 @@ bool X11Pasteboard::setString(std::string_view text, PasteboardType type) {
     Outcome outcome = server ? server->serve(text) : Outcome::kGone;
     // One started long ago may have given up waiting: then a new one.
     if (outcome == Outcome::kGone) {
-      server = ServerProcess::start(state->displayName);
+      server = ServerProcess::start(state->displayName, state->copyLockFd);
       if (server) outcome = server->serve(text);
     }
     served = outcome == Outcome::kOwns;

@@ -17,6 +17,7 @@
 // A value counts only under the type that was asked for: some owners
 // (xclip) answer every target with their one value.
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -66,6 +67,10 @@ class X11Pasteboard : public Pasteboard {
   /// owner does not offer it.
   std::optional<std::vector<PasteboardItem>> pasteboardItems() override;
 
+  /// Hands `text` to the process started ahead to serve the write-back (it
+  /// is started now if need be), which serves it itself should this
+  /// process die between clearContents() and setString().
+  void guardString(std::string_view text) override;
   /// Makes this process the owner of CLIPBOARD with no content. Requests to
   /// it are refused (TARGETS lists only TARGETS and TIMESTAMP) whenever an
   /// operation of this object runs; reads return nothing at once while it
@@ -80,6 +85,15 @@ class X11Pasteboard : public Pasteboard {
   /// runs, is asked to save it. Returns once that process owns CLIPBOARD;
   /// false when it could not within kX11ConversionTimeout.
   bool setString(std::string_view text, PasteboardType type) override;
+
+  /// Tells the serving process that `keys` are about to be pressed, and
+  /// keysReleased() that they are up again: should this process die between
+  /// the two, the serving process releases them.
+  void keysPressed(const std::vector<uint8_t>& keys);
+  void keysReleased();
+  /// The copy-run lock's descriptor while the run holds it, -1 after: the
+  /// serving process holds the lock too until the user's text is back.
+  void shareCopyLock(int fd);
 
  private:
   friend std::unique_ptr<X11Pasteboard> createX11Pasteboard(

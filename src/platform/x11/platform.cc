@@ -49,11 +49,13 @@ class X11EventSource : public EventSource {};
 class X11Platform;
 
 /// A key event of the copy shortcut: the key-down presses it, the key-up
-/// releases it.
+/// releases it. The pasteboard's serving process hears of both, to release
+/// the keys should this process die in between.
 class X11KeyboardEvent : public KeyboardEvent {
  public:
-  X11KeyboardEvent(CopyKeystroke& keystroke, bool keyDown)
-      : keystroke_(keystroke), keyDown_(keyDown) {}
+  X11KeyboardEvent(CopyKeystroke& keystroke, X11Pasteboard* pasteboard,
+                   bool keyDown)
+      : keystroke_(keystroke), pasteboard_(pasteboard), keyDown_(keyDown) {}
 
   void setFlags(uint64_t flags) override { flags_ = flags; }
   void post(int) override {
@@ -61,14 +63,20 @@ class X11KeyboardEvent : public KeyboardEvent {
     // ours to send.
     if (flags_ != kEventFlagMaskCommand) return;
     if (keyDown_) {
+      if (pasteboard_ != nullptr) {
+        const std::vector<KeyCode> keys = keystroke_.shortcutKeys();
+        pasteboard_->keysPressed(std::vector<uint8_t>(keys.begin(), keys.end()));
+      }
       keystroke_.press();
     } else {
       keystroke_.release();
+      if (pasteboard_ != nullptr) pasteboard_->keysReleased();
     }
   }
 
  private:
   CopyKeystroke& keystroke_;
+  X11Pasteboard* pasteboard_;
   bool keyDown_;
   uint64_t flags_ = 0;
 };
@@ -139,13 +147,25 @@ class X11Platform : public SystemPlatform {
     if (virtualKey != kVirtualKeyC) return nullptr;
     CopyKeystroke* keystroke = copyKeystroke();
     if (keystroke == nullptr) return nullptr;
-    return std::make_unique<X11KeyboardEvent>(*keystroke, keyDown);
+    return std::make_unique<X11KeyboardEvent>(*keystroke, x11Pasteboard_,
+                                              keyDown);
   }
 
   std::shared_ptr<Pasteboard> generalPasteboard() override {
-    if (!pasteboard_) pasteboard_ = createX11Pasteboard();
+    if (!pasteboard_) {
+      std::shared_ptr<X11Pasteboard> pasteboard = createX11Pasteboard();
+      x11Pasteboard_ = pasteboard.get();
+      pasteboard_ = std::move(pasteboard);
+    }
     if (!pasteboard_) pasteboard_ = std::make_shared<NoPasteboard>();
     return pasteboard_;
+  }
+
+  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
+    std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
+    if (!lock) return nullptr;
+    generalPasteboard();
+    return std::make_unique<SharedCopyRunLock>(std::move(lock), x11Pasteboard_);
   }
 
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
@@ -156,6 +176,23 @@ class X11Platform : public SystemPlatform {
   }
 
  private:
+  /// The copy-run lock, shared with the pasteboard's serving process while
+  /// the run holds it.
+  class SharedCopyRunLock : public CopyRunLock {
+   public:
+    SharedCopyRunLock(std::unique_ptr<FileLock> lock, X11Pasteboard* pasteboard)
+        : lock_(std::move(lock)), pasteboard_(pasteboard) {
+      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(lock_->fd());
+    }
+    ~SharedCopyRunLock() override {
+      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(-1);
+    }
+
+   private:
+    std::unique_ptr<FileLock> lock_;
+    X11Pasteboard* pasteboard_;
+  };
+
   /// A pasteboard for a display that does not open: it holds nothing and
   /// takes nothing.
   class NoPasteboard : public Pasteboard {
@@ -177,6 +214,7 @@ class X11Platform : public SystemPlatform {
     std::optional<std::vector<PasteboardItem>> pasteboardItems() override {
       return {};
     }
+    void guardString(std::string_view) override {}
     void clearContents() override {}
     bool setString(std::string_view, PasteboardType) override { return false; }
   };
@@ -256,6 +294,7 @@ class X11Platform : public SystemPlatform {
   std::unique_ptr<SelectionConnection> connection_;
   std::unique_ptr<CopyKeystroke> keystroke_;
   std::shared_ptr<Pasteboard> pasteboard_;
+  X11Pasteboard* x11Pasteboard_ = nullptr;  // pasteboard_, when it is one
 };
 
 }  // namespace
