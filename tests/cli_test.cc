@@ -69,6 +69,14 @@ TEST(DispatchTest, KnownCommandsEndWithStatusZeroWhateverTheyAnswer) {
   FakeDesktop requesting;
   EXPECT_EQ(dispatchCommand(requesting, {"tovrin", "request-accessibility"}), 0);
   EXPECT_EQ(requesting.output, "{\"success\":true,\"granted\":true}\n");
+
+  // Interrupted, get-selection still answers; a permission command has no
+  // answer that would not be a guess.
+  EXPECT_EQ(untrusted.interruptedAnswer,
+            "{\"success\":false,\"error\":\"No text selected or could not "
+            "copy\"}\n");
+  EXPECT_EQ(checking.interruptedAnswer, "");
+  EXPECT_EQ(requesting.interruptedAnswer, "");
 }
 
 /// Runs the built tovrin without a display, as a host would.

@@ -91,6 +91,8 @@ class FakeDesktop : public Platform {
 
   std::vector<std::string> logLines;
   std::string output;
+  /// The answer for an interrupted run, as the command set it.
+  std::string interruptedAnswer;
   /// Pasteboard operations, modifier reads and posted keys, in order:
   /// "types", "string", "html", "rtf", "urlObjects", "items",
   /// "propertyList NAME", "clear", "setString TEXT", "modifierFlags",
@@ -135,6 +137,9 @@ class FakeDesktop : public Platform {
   void dispatchAsync(std::function<void()> work) override;
   void log(std::string_view line) override;
   void writeOutput(std::string_view text) override;
+  void setInterruptedAnswer(std::string_view line) override {
+    interruptedAnswer = line;
+  }
 
  private:
   class FakePasteboard;

@@ -45,18 +45,17 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 }  // namespace
 
-ProcessResult runProcess(const std::string& program,
-                         const std::vector<std::string>& arguments,
-                         const std::map<std::string, std::string>& environment,
-                         std::chrono::milliseconds timeout) {
-  ProcessResult result;
-  const auto start = std::chrono::steady_clock::now();
+StartedProcess startProcess(
+    const std::string& program, const std::vector<std::string>& arguments,
+    const std::map<std::string, std::string>& environment) {
+  StartedProcess process;
+  process.start = std::chrono::steady_clock::now();
   int out[2], err[2];
-  if (pipe2(out, O_CLOEXEC) != 0) return result;
+  if (pipe2(out, O_CLOEXEC) != 0) return process;
   if (pipe2(err, O_CLOEXEC) != 0) {
     close(out[0]);
     close(out[1]);
-    return result;
+    return process;
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -78,13 +77,24 @@ ProcessResult runProcess(const std::string& program,
   if (spawned != 0) {
     close(out[0]);
     close(err[0]);
-    return result;
+    return process;
   }
+  process.pid = pid;
+  process.standardOutput = out[0];
+  process.standardError = err[0];
+  return process;
+}
 
-  const auto deadline = start + timeout;
-  pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+ProcessResult finishProcess(StartedProcess& process,
+                            std::chrono::milliseconds timeout) {
+  ProcessResult result;
+  if (process.pid < 0) return result;
+  const auto deadline = process.start + timeout;
+  pollfd fds[2] = {{process.standardOutput, POLLIN, 0},
+                   {process.standardError, POLLIN, 0}};
   std::string* sinks[2] = {&result.standardOutput, &result.standardError};
-  int open = 2;
+  int open = 0;
+  for (const pollfd& fd : fds) open += fd.fd >= 0 ? 1 : 0;
   while (open > 0) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
@@ -111,12 +121,13 @@ ProcessResult runProcess(const std::string& program,
   for (auto& fd : fds) {
     if (fd.fd >= 0) close(fd.fd);
   }
+  process.standardOutput = process.standardError = -1;
   int status = 0;
   // A program may close its streams and still run: it gets the rest of its
   // deadline to end, then it is killed.
   while (!result.timedOut) {
-    const pid_t ended = waitpid(pid, &status, WNOHANG);
-    if (ended == pid) break;
+    const pid_t ended = waitpid(process.pid, &status, WNOHANG);
+    if (ended == process.pid) break;
     if (ended < 0 && errno != EINTR) break;
     if (std::chrono::steady_clock::now() >= deadline) {
       result.timedOut = true;
@@ -125,15 +136,25 @@ ProcessResult runProcess(const std::string& program,
     usleep(2000);
   }
   if (result.timedOut) {
-    kill(pid, SIGKILL);
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    kill(process.pid, SIGKILL);
+    while (waitpid(process.pid, &status, 0) < 0 && errno == EINTR) {
     }
   }
   if (!result.timedOut && WIFEXITED(status)) {
     result.exitStatus = WEXITSTATUS(status);
   }
-  result.wallTime = std::chrono::steady_clock::now() - start;
+  if (!result.timedOut && WIFSIGNALED(status)) result.signal = WTERMSIG(status);
+  result.wallTime = std::chrono::steady_clock::now() - process.start;
+  process.pid = -1;
   return result;
+}
+
+ProcessResult runProcess(const std::string& program,
+                         const std::vector<std::string>& arguments,
+                         const std::map<std::string, std::string>& environment,
+                         std::chrono::milliseconds timeout) {
+  StartedProcess process = startProcess(program, arguments, environment);
+  return finishProcess(process, timeout);
 }
 
 std::vector<std::string> splitLines(const std::string& text) {

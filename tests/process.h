@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace tovrin::testing {
 
 /// How a finished program ended and what it printed.
@@ -14,11 +16,31 @@ struct ProcessResult {
   /// The exit status; nothing when it was killed (by a signal or for
   /// running past its deadline).
   std::optional<int> exitStatus;
+  /// The signal that ended it, when one did.
+  std::optional<int> signal;
   bool timedOut = false;
   std::string standardOutput;
   std::string standardError;
   std::chrono::duration<double> wallTime{};
 };
+
+/// A program started with pipes on its output streams, not yet waited for.
+struct StartedProcess {
+  pid_t pid = -1;
+  int standardOutput = -1;
+  int standardError = -1;
+  std::chrono::steady_clock::time_point start;
+};
+
+/// Starts `program` as runProcess does, and returns at once; pid -1 when it
+/// could not be started.
+StartedProcess startProcess(
+    const std::string& program, const std::vector<std::string>& arguments,
+    const std::map<std::string, std::string>& environment = {});
+/// Reads a started program's streams to their end and waits for it, killing
+/// it at `timeout` after its start.
+ProcessResult finishProcess(StartedProcess& process,
+                            std::chrono::milliseconds timeout);
 
 /// Runs `program` with `arguments` (argument 0 included) as a host would: no
 /// standard input, both output streams read through pipes to their end. The

@@ -13,7 +13,6 @@ namespace {
 constexpr char kPermissionMessage[] =
     "Accessibility permission required - please grant in System Settings > "
     "Privacy & Security > Accessibility";
-constexpr char kNothingMessage[] = "No text selected or could not copy";
 constexpr char kFinderBundleIdentifier[] = "com.apple.finder";
 
 }  // namespace
@@ -77,7 +76,7 @@ Response getSelection(Platform& platform) {
                formatSeconds(secondsSince(platform, copyStart)));
   platform.log("[tovrin] FAILED total time: " +
                formatSeconds(secondsSince(platform, commandStart)));
-  return ErrorResponse{kNothingMessage};
+  return ErrorResponse{kNothingSelectedMessage};
 }
 
 }  // namespace tovrin

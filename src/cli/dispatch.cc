@@ -3,6 +3,7 @@
 #include "accessibility/permission.h"
 #include "capture/get_selection.h"
 #include "cli/output.h"
+#include "platform/platform.h"
 
 namespace tovrin {
 namespace {
@@ -10,13 +11,16 @@ namespace {
 struct Command {
   const char* name;
   Response (*handler)(Platform&);
+  /// What a run of the command answers when its host interrupts it; none
+  /// for the permission commands, which have no answer that is not true.
+  const char* interrupted;
 };
 
 // Compared in this order, whole text and case-sensitive.
 constexpr Command kCommands[] = {
-    {"check-accessibility", checkAccessibility},
-    {"request-accessibility", requestAccessibility},
-    {"get-selection", getSelection},
+    {"check-accessibility", checkAccessibility, nullptr},
+    {"request-accessibility", requestAccessibility, nullptr},
+    {"get-selection", getSelection, kNothingSelectedMessage},
 };
 
 }  // namespace
@@ -30,6 +34,11 @@ int dispatchCommand(Platform& platform,
   const std::string& command = arguments[1];
   for (const Command& candidate : kCommands) {
     if (command == candidate.name) {
+      if (candidate.interrupted != nullptr) {
+        if (auto line = encodeResponse(ErrorResponse{candidate.interrupted})) {
+          platform.setInterruptedAnswer(*line + "\n");
+        }
+      }
       outputResponse(platform, candidate.handler(platform));
       return 0;
     }

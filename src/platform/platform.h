@@ -232,6 +232,10 @@ class Platform {
   virtual void log(std::string_view line) = 0;
   /// Writes `text` to standard output and flushes it.
   virtual void writeOutput(std::string_view text) = 0;
+  /// The line to write instead, should the process be interrupted (SIGTERM,
+  /// SIGINT, SIGHUP) before writeOutput(): a host that stops tovrin at its
+  /// own timeout still reads one valid answer.
+  virtual void setInterruptedAnswer(std::string_view line) = 0;
 };
 
 /// Seconds on the monotonic clock since `start`, an earlier monotonicNow().

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +16,33 @@
 
 namespace tovrin {
 
+namespace {
+
+// The only state a signal handler can reach: what it may write, and whether
+// an answer has been started (so that a run answers once).
+std::atomic<const std::string*> interruptedAnswer{nullptr};
+std::atomic<bool> answerStarted{false};
+static_assert(std::atomic<bool>::is_always_lock_free &&
+              std::atomic<const std::string*>::is_always_lock_free);
+
+void onInterrupt(int signalNumber) {
+  if (!answerStarted.exchange(true)) {
+    if (const std::string* line = interruptedAnswer.load()) {
+      writeAll(STDOUT_FILENO, *line);
+    }
+  }
+  // Ends by the same signal, as the host expects of a stopped child.
+  signal(signalNumber, SIG_DFL);
+  raise(signalNumber);
+}
+
+}  // namespace
+
+void setInterruptedAnswerLine(std::string_view line) {
+  // Never freed: the handler may still read it as the process ends.
+  interruptedAnswer.store(new std::string(line));
+}
+
 void prepareProcess() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
@@ -23,6 +51,15 @@ void prepareProcess() {
     if (opened != fd && opened >= 0) close(opened);
   }
   signal(SIGPIPE, SIG_IGN);
+  struct sigaction action {};
+  action.sa_handler = onInterrupt;
+  sigemptyset(&action.sa_mask);
+  for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP}) {
+    sigaddset(&action.sa_mask, signalNumber);
+  }
+  for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP}) {
+    sigaction(signalNumber, &action, nullptr);
+  }
 }
 
 namespace {
@@ -94,6 +131,7 @@ bool writeAll(int fd, std::string_view text) {
 }
 
 void writeStandardOutput(std::string_view text) {
+  if (answerStarted.exchange(true)) return;
   writeAll(STDOUT_FILENO, text);
 }
 

@@ -22,15 +22,22 @@ namespace tovrin {
 /// tovrin without them (else the display connection could take descriptor 1
 /// and the answer would go into the X protocol stream), and SIGPIPE is
 /// ignored, so that a host that went away makes a write fail instead of
-/// ending tovrin halfway through a copy.
+/// ending tovrin halfway through a copy. SIGTERM, SIGINT and SIGHUP write
+/// the interrupted answer, if any, and end the process; what a copy run
+/// must undo is undone by the process that serves its write-back.
 void prepareProcess();
 
 /// Blocks the calling thread for `seconds` (nothing for 0 or less).
 void sleepSeconds(double seconds);
 /// The monotonic clock, unaffected by changes of the wall clock.
 std::chrono::nanoseconds monotonicClockNow();
-/// Writes `text` to standard output, whole.
+/// Writes `text` to standard output, whole, unless an interrupted answer
+/// was written already.
 void writeStandardOutput(std::string_view text);
+/// What the handler of SIGTERM, SIGINT and SIGHUP (see prepareProcess)
+/// writes to standard output before the process ends by that signal, when
+/// no answer was written yet.
+void setInterruptedAnswerLine(std::string_view line);
 
 /// Writes one diagnostic line to the system log (standard error elsewhere
 /// than on macOS), literally.
@@ -84,6 +91,9 @@ class SystemPlatform : public Platform {
   void log(std::string_view line) override { writeLogLine(line); }
   void writeOutput(std::string_view text) override {
     writeStandardOutput(text);
+  }
+  void setInterruptedAnswer(std::string_view line) override {
+    setInterruptedAnswerLine(line);
   }
 
  protected:

@@ -1,0 +1,168 @@
+#ifndef TOVRIN_TESTS_E2E_DESKTOP_H_
+#define TOVRIN_TESTS_E2E_DESKTOP_H_
+
+// A private X desktop (Xvfb and a window manager) with real applications,
+// and the built tovrin started as a host starts it.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "process.h"
+#include "xvfb_session.h"
+
+namespace tovrin::testing {
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+class RealDesktopTest : public XvfbTest {
+ protected:
+  RealDesktopTest() {
+    xvfbOptions_.windowManager = true;
+    directory_ = std::filesystem::temp_directory_path() /
+                 ("tovrin-e2e-" + std::to_string(getpid()) + "-" +
+                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(directory_);
+  }
+  ~RealDesktopTest() override {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
+
+  /// Skips the test when `program` is not installed.
+  bool requireProgram(const std::string& program) {
+    for (const char* dir : {"/usr/bin/", "/usr/local/bin/", "/bin/"}) {
+      if (access((dir + program).c_str(), X_OK) == 0) return true;
+    }
+    return false;
+  }
+
+  std::string writeFile(const std::string& name, const std::string& content) {
+    const auto path = directory_ / name;
+    std::ofstream(path) << content;
+    return path;
+  }
+
+  /// Starts `argv` and waits for its window; the window id, or 0.
+  uint32_t startApplication(const std::vector<std::string>& argv,
+                            const std::string& wmClass) {
+    SpawnOptions options;
+    options.environment = {"NO_AT_BRIDGE=1",
+                           // No session bus: each test's editor runs alone
+                           // instead of handing its file to another's.
+                           "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
+                           "HOME=" + directory_.string(),
+                           "XDG_CONFIG_HOME=" + (directory_ / "config").string()};
+    if (!xvfb().spawn(argv, options)) return 0;
+    return visibleWindow(wmClass);
+  }
+
+  /// The first mapped window of `wmClass`: toolkits also give WM_CLASS to
+  /// hidden leader windows, which cannot be activated.
+  uint32_t visibleWindow(const std::string& wmClass) {
+    // xdotool gives up on its search when a window vanishes under it, as
+    // starting applications' windows do: search again until the deadline.
+    const auto deadline = std::chrono::steady_clock::now() + 30s;
+    while (std::chrono::steady_clock::now() < deadline) {
+      const auto found = xvfb().run(
+          {"xdotool", "search", "--sync", "--onlyvisible", "--class", wmClass},
+          30s);
+      if (found && found->exit.code == 0) {
+        return static_cast<uint32_t>(
+            std::strtoul(found->output.c_str(), nullptr, 10));
+      }
+      std::this_thread::sleep_for(100ms);
+    }
+    return 0;
+  }
+
+  void xdotool(const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {"xdotool"};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    const auto result = xvfb().run(argv, 10s);
+    ASSERT_TRUE(result && result->exit.code == 0) << "xdotool failed";
+  }
+
+  /// Activates `window` and selects everything in it.
+  void selectAll(uint32_t window) {
+    xdotool({"windowactivate", "--sync", std::to_string(window)});
+    xdotool({"key", "--clearmodifiers", "ctrl+a"});
+  }
+
+  /// Starts mousepad on `text` and selects all of it, which puts it in
+  /// PRIMARY.
+  void startEditorWithSelection(const std::string& text) {
+    const uint32_t window =
+        startApplication({"mousepad", writeFile("note.txt", text)}, "mousepad");
+    ASSERT_NE(window, 0u);
+    selectAll(window);
+    ASSERT_TRUE(waitForSelection("primary", text));
+  }
+
+  std::optional<std::string> readSelection(const std::string& selection) {
+    const auto result =
+        xvfb().run({"xclip", "-o", "-selection", selection}, 5s);
+    if (!result || result->exit.code != 0) return std::nullopt;
+    return result->output;
+  }
+
+  /// Waits until `selection` holds `text`.
+  bool waitForSelection(const std::string& selection, const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (std::chrono::steady_clock::now() < deadline) {
+      if (readSelection(selection) == text) return true;
+      std::this_thread::sleep_for(50ms);
+    }
+    return false;
+  }
+
+  /// Makes xclip own `selection` with `text`.
+  void own(const std::string& selection, const std::string& text) {
+    SpawnOptions options;
+    options.input = text;
+    ASSERT_TRUE(xvfb().spawn({"xclip", "-selection", selection, "-i"}, options));
+    ASSERT_TRUE(waitForSelection(selection, text));
+  }
+
+  struct Answer {
+    ProcessResult run;
+    json answer;
+  };
+
+  /// Runs get-selection as a host does: both output streams read to their
+  /// end through pipes.
+  Answer getSelection() {
+    Answer result;
+    result.run = runProcess(TOVRIN_BINARY, {"tovrin", "get-selection"},
+                            {{"DISPLAY", xvfb().display()}}, 20s);
+    EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
+    EXPECT_EQ(result.run.exitStatus, 0);
+    const auto lines = splitLines(result.run.standardOutput);
+    EXPECT_EQ(lines.size(), 1u) << result.run.standardOutput;
+    if (!lines.empty()) result.answer = json::parse(lines[0]);
+    return result;
+  }
+
+  bool logged(const Answer& answer, const std::string& text) {
+    return answer.run.standardError.find(text) != std::string::npos;
+  }
+
+  std::filesystem::path directory_;
+};
+
+inline const json kNothing = {{"success", false},
+                              {"error", "No text selected or could not copy"}};
+
+}  // namespace tovrin::testing
+
+#endif  // TOVRIN_TESTS_E2E_DESKTOP_H_
