@@ -85,13 +85,22 @@ std::vector<std::string> uriListEntries(std::string_view bytes) {
   return entries;
 }
 
+std::optional<std::string> localFilePath(std::string_view uri) {
+  std::optional<ParsedURL> url = parseURLWithUriparser(uri);
+  if (!url || !url->isFileURL || !url->path.starts_with('/') ||
+      url->path.find('\0') != std::string::npos) {
+    return std::nullopt;
+  }
+  return std::move(url->path);
+}
+
 std::vector<PasteboardURLObject> fileURLObjectsFromUriList(
     std::string_view bytes) {
   std::vector<PasteboardURLObject> objects;
   for (const std::string& entry : uriListEntries(bytes)) {
-    std::optional<ParsedURL> url = parseURLWithUriparser(entry);
-    if (!url || !url->isFileURL) continue;
-    objects.push_back(PasteboardURLObject{true, std::move(url->path)});
+    if (auto path = localFilePath(entry)) {
+      objects.push_back(PasteboardURLObject{true, std::move(*path)});
+    }
   }
   return objects;
 }
@@ -103,7 +112,8 @@ std::vector<PasteboardItem> itemsFromGnomeCopiedFiles(std::string_view bytes) {
     return items;
   }
   for (size_t i = 1; i < lines.size(); ++i) {
-    if (lines[i].empty()) continue;
+    // The item keeps its URL: the reader of items turns it into a path.
+    if (!localFilePath(lines[i])) continue;
     items.push_back(PasteboardItem{std::string(lines[i])});
   }
   return items;

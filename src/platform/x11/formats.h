@@ -23,12 +23,18 @@ void dropOneTrailingNul(std::string& text);
 /// The URIs of a text/uri-list, in order: lines ended by CRLF or LF, comment
 /// lines (#) and empty lines skipped, trailing NULs ignored.
 std::vector<std::string> uriListEntries(std::string_view bytes);
-/// The file: URLs of a text/uri-list as URL objects with decoded paths;
-/// other URLs and lines that are no URLs are left out.
+/// The path of `uri` when it names a file on this machine: a file: URL
+/// without a host (or with localhost) whose decoded path is absolute and
+/// holds no NUL. Nothing for anything else: a remote share, a relative or
+/// truncated path, another scheme, text that is no URL.
+std::optional<std::string> localFilePath(std::string_view uri);
+/// The local files of a text/uri-list (see localFilePath) as URL objects
+/// with decoded paths; everything else is left out.
 std::vector<PasteboardURLObject> fileURLObjectsFromUriList(
     std::string_view bytes);
 /// The items of x-special/gnome-copied-files ("copy" or "cut", then one URI
-/// per line): one per URI; none when the first line is neither.
+/// per line): one per URI of a local file (see localFilePath); none when the
+/// first line is neither.
 std::vector<PasteboardItem> itemsFromGnomeCopiedFiles(std::string_view bytes);
 /// UTF-8 `text` as Latin-1 when every character has a Latin-1 code, else
 /// unchanged (what this process answers STRING requests with).

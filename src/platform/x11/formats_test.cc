@@ -63,6 +63,21 @@ TEST(UriListTest, KeepsOnlyFileURLsAsDecodedPaths) {
             (Strings{"/home/u/a b.txt", "/etc/hosts", "/tmp/dir"}));
 }
 
+TEST(LocalFilePathTest, OnlyAbsolutePathsOfThisMachineWithoutNul) {
+  EXPECT_EQ(localFilePath("file:///home/u/caf%E9.txt"), "/home/u/caf\xE9.txt");
+  EXPECT_EQ(localFilePath("file://localhost/etc/hosts"), "/etc/hosts");
+  for (const char* uri :
+       {"file://server/share/a.txt", "smb://server/share/a.txt",
+        "file:relative/a.txt", "file:a.txt", "file:///tmp/a%00.txt",
+        "/tmp/plain-path", "sftp://host/tmp/a"}) {
+    EXPECT_EQ(localFilePath(uri), std::nullopt) << uri;
+  }
+  // Items that name no local file are left out too.
+  EXPECT_EQ(urlsOf(itemsFromGnomeCopiedFiles(
+                "copy\nfile:///a\nsmb://server/b\nfile:///c%00d\nrel\n")),
+            (Strings{"file:///a"}));
+}
+
 TEST(GnomeCopiedFilesTest, GivesOneItemPerURIAfterTheOperation) {
   EXPECT_EQ(
       urlsOf(itemsFromGnomeCopiedFiles("copy\nfile:///a\nfile:///b%20c\0"s)),
