@@ -109,6 +109,29 @@ class RealDesktopTest : public XvfbTest {
     ASSERT_TRUE(waitForSelection("primary", text));
   }
 
+  /// Starts Chromium on a page of `html` and selects all of it, which puts
+  /// `text` in PRIMARY.
+  void startBrowserWithSelection(const std::string& html,
+                                 const std::string& text) {
+    const std::string page = writeFile("page.html", html);
+    const uint32_t window = startApplication(
+        {"chromium", "--no-sandbox", "--no-first-run", "--disable-gpu",
+         "--disable-background-networking", "--disable-component-update",
+         "--disable-sync", "--password-store=basic",
+         "--user-data-dir=" + (directory_ / "chromium").string(),
+         "file://" + page},
+        "chromium");
+    ASSERT_NE(window, 0u);
+    // The page needs a moment to render before select-all finds its text.
+    std::optional<std::string> selected;
+    for (int attempt = 0; attempt < 40 && selected != text; ++attempt) {
+      selectAll(window);
+      std::this_thread::sleep_for(250ms);
+      selected = readSelection("primary");
+    }
+    ASSERT_EQ(selected, text);
+  }
+
   std::optional<std::string> readSelection(const std::string& selection) {
     const auto result =
         xvfb().run({"xclip", "-o", "-selection", selection}, 5s);

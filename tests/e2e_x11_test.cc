@@ -48,26 +48,9 @@ TEST_F(GetSelectionOnX11Test, AnotherProgramsPrimaryIsNeverTaken) {
 
 TEST_F(GetSelectionOnX11Test, ABrowserCopyBringsTextAndHtml) {
   if (!requireProgram("chromium")) GTEST_SKIP() << "chromium is not installed";
-  const std::string page = writeFile(
-      "page.html",
-      "<html><body><p>Hello <b>bold</b> world</p></body></html>");
-  const uint32_t window = startApplication(
-      {"chromium", "--no-sandbox", "--no-first-run", "--disable-gpu",
-       "--disable-background-networking", "--disable-component-update",
-       "--disable-sync", "--password-store=basic",
-       "--user-data-dir=" + (directory_ / "chromium").string(),
-       "file://" + page},
-      "chromium");
-  ASSERT_NE(window, 0u);
-  // The page needs a moment to render before select-all finds its text.
-  std::optional<std::string> selected;
-  for (int attempt = 0; attempt < 40 && selected != "Hello bold world";
-       ++attempt) {
-    selectAll(window);
-    std::this_thread::sleep_for(250ms);
-    selected = readSelection("primary");
-  }
-  ASSERT_EQ(selected, "Hello bold world");
+  ASSERT_NO_FATAL_FAILURE(startBrowserWithSelection(
+      "<html><body><p>Hello <b>bold</b> world</p></body></html>",
+      "Hello bold world"));
   // The browser keeps its selection when PRIMARY goes elsewhere: only the
   // copy brings it.
   own("primary", "other program");
@@ -85,6 +68,34 @@ TEST_F(GetSelectionOnX11Test, ABrowserCopyBringsTextAndHtml) {
   EXPECT_TRUE(logged(result, "[tovrin] CGEvent: Restored original clipboard\n"));
   EXPECT_EQ(readSelection("clipboard"), "saved text");
   EXPECT_LT(result.run.wallTime, 5s);
+}
+
+// A Russian layout has no Latin c: the browser copies on Control with the
+// key at the US position of C, as when a person presses it.
+TEST_F(GetSelectionOnX11Test, ABrowserCopiesUnderACyrillicLayout) {
+  if (!requireProgram("chromium") || !requireProgram("setxkbmap")) {
+    GTEST_SKIP() << "chromium or setxkbmap is not installed";
+  }
+  const std::string text = "Hello \xD0\xBC\xD0\xB8\xD1\x80";  // Hello мир
+  ASSERT_NO_FATAL_FAILURE(startBrowserWithSelection(
+      "<html><head><meta charset=\"utf-8\"></head><body><p>" + text +
+          "</p></body></html>",
+      text));
+  // Selected while the layout is still US: xdotool's Ctrl+A needs a Latin a.
+  const auto layout = xvfb().run(
+      {"setxkbmap", "-display", xvfb().display(), "-layout", "ru"}, 10s);
+  ASSERT_TRUE(layout && layout->exit.code == 0) << "setxkbmap failed";
+  // The browser keeps its selection when PRIMARY goes elsewhere: only the
+  // copy brings it.
+  own("primary", "other program");
+
+  // Owned last: some applications take CLIPBOARD while they start.
+  own("clipboard", "saved text");
+  const Answer result = getSelection();
+  EXPECT_EQ(result.answer["success"], true) << result.run.standardError;
+  EXPECT_EQ(result.answer["method"], "cgevent");
+  EXPECT_EQ(result.answer["text"], text);
+  EXPECT_EQ(readSelection("clipboard"), "saved text");
 }
 
 TEST_F(GetSelectionOnX11Test, AFileManagerCopyBringsPaths) {

@@ -5,31 +5,65 @@
 #include <X11/keysym.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
-
-#include "platform/x11/xcb_util.h"
+#include <string_view>
+#include <vector>
 
 namespace tovrin {
 namespace {
 
-/// A key code that the layout leaves unused, to borrow for `c`; 0 when all
-/// are taken.
-KeyCode spareKeyCode(Display* display) {
-  int minKey = 0, maxKey = 0;
-  XDisplayKeycodes(display, &minKey, &maxKey);
-  int perKey = 0;
-  const XlibPointer<KeySym> map(XGetKeyboardMapping(
-      display, static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey));
-  if (!map) return 0;
-  // From the top: the low codes belong to real keys of most keyboards.
-  for (int key = maxKey; key >= minKey; --key) {
-    const KeySym* syms = map.get() + (key - minKey) * perKey;
-    if (std::all_of(syms, syms + perKey,
-                    [](KeySym sym) { return sym == NoSymbol; })) {
+/// The key code that evdev gives the key at the US position of C, for a
+/// server that does not name its keys.
+constexpr KeyCode kUsPositionOfCEvdev = 54;
+
+/// Frees an XKB keyboard description with everything hanging off it.
+struct XkbKeyboardFree {
+  void operator()(XkbDescPtr keyboard) const {
+    XkbFreeKeyboard(keyboard, 0, True);
+  }
+};
+
+/// The key at the US position of C, whatever the layout puts on it: the
+/// key XKB names "AB03" (row B, third key), since key codes differ between
+/// keyboards and drivers.
+KeyCode usPositionOfC(Display* display) {
+  const std::unique_ptr<XkbDescRec, XkbKeyboardFree> keyboard(
+      XkbAllocKeyboard());
+  if (!keyboard ||
+      XkbGetNames(display, XkbKeyNamesMask, keyboard.get()) != Success ||
+      keyboard->names == nullptr || keyboard->names->keys == nullptr) {
+    return kUsPositionOfCEvdev;
+  }
+  constexpr std::string_view kName = "AB03";
+  for (int key = keyboard->min_key_code; key <= keyboard->max_key_code; ++key) {
+    const char* name = keyboard->names->keys[key].name;
+    if (std::string_view(name, strnlen(name, XkbKeyNameLength)) == kName) {
       return static_cast<KeyCode>(key);
     }
   }
-  return 0;
+  return kUsPositionOfCEvdev;
+}
+
+/// The key to press as C. A layout with several groups (us,ru) has a `c`
+/// in one and not in another, and the application reads the key in the
+/// group active now; a `c` of an inactive group would come out Cyrillic.
+KeyCode copyKeyOf(Display* display) {
+  XkbStateRec state = {};
+  const unsigned int group =
+      XkbGetState(display, XkbUseCoreKbd, &state) == Success ? state.group : 0;
+  int minKey = 0, maxKey = 0;
+  XDisplayKeycodes(display, &minKey, &maxKey);
+  for (int key = minKey; key <= maxKey; ++key) {
+    if (XkbKeycodeToKeysym(display, static_cast<KeyCode>(key), group, 0) ==
+        XK_c) {
+      return static_cast<KeyCode>(key);
+    }
+  }
+  // Without a Latin c (Russian alone, or its group active), applications
+  // take Control with the key at the US position of C as Ctrl+C, as for a
+  // person. A spare key code bound to `c` is not: Chromium ignores it.
+  return usPositionOfC(display);
 }
 
 /// The modifier keys held down now, Lock left out: Caps Lock does not turn
@@ -62,7 +96,7 @@ std::unique_ptr<CopyKeystroke> CopyKeystroke::prepare(Display* display,
       new CopyKeystroke(display, shortcut));
   keystroke->control_ = XKeysymToKeycode(display, XK_Control_L);
   keystroke->shift_ = XKeysymToKeycode(display, XK_Shift_L);
-  keystroke->c_ = XKeysymToKeycode(display, XK_c);
+  keystroke->c_ = copyKeyOf(display);
   if (keystroke->control_ == 0) return nullptr;
   if (shortcut == CopyShortcut::kControlShiftC && keystroke->shift_ == 0) {
     return nullptr;
@@ -70,33 +104,18 @@ std::unique_ptr<CopyKeystroke> CopyKeystroke::prepare(Display* display,
   return keystroke;
 }
 
-CopyKeystroke::~CopyKeystroke() {
-  release();
-  unbindSpareKey();
-}
+CopyKeystroke::~CopyKeystroke() { release(); }
 
 void CopyKeystroke::fakeKey(KeyCode key, bool down) {
   XTestFakeKeyEvent(display_, key, down ? True : False, CurrentTime);
 }
 
 void CopyKeystroke::press() {
-  if (pressed_ || shortcut_ == CopyShortcut::kNone) return;
-  if (c_ == 0) {
-    // A layout without a Latin c (Russian alone, say): bind it to a spare
-    // key code for the moment of the press, as xdotool does. Applications
-    // read the new mapping before the key event, which comes after it.
-    c_ = spareKeyCode(display_);
-    if (c_ == 0) return;
-    KeySym syms[2] = {XK_c, XK_C};
-    XChangeKeyboardMapping(display_, c_, 2, syms, 1);
-    XSync(display_, False);
-    boundSpareKey_ = true;
-  }
+  const std::vector<KeyCode> keys = shortcutKeys();
+  if (pressed_ || keys.empty()) return;
   heldModifiers_ = heldModifierKeys(display_);
   for (const KeyCode key : heldModifiers_) fakeKey(key, false);
-  fakeKey(control_, true);
-  if (shortcut_ == CopyShortcut::kControlShiftC) fakeKey(shift_, true);
-  fakeKey(c_, true);
+  for (const KeyCode key : keys) fakeKey(key, true);
   XFlush(display_);
   pressed_ = true;
 }
@@ -111,23 +130,13 @@ std::vector<KeyCode> CopyKeystroke::shortcutKeys() const {
 
 void CopyKeystroke::release() {
   if (!pressed_) return;
-  fakeKey(c_, false);
-  if (shortcut_ == CopyShortcut::kControlShiftC) fakeKey(shift_, false);
-  fakeKey(control_, false);
+  const std::vector<KeyCode> keys = shortcutKeys();
+  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+    fakeKey(*key, false);
+  }
   for (const KeyCode key : heldModifiers_) fakeKey(key, true);
   XSync(display_, False);
-  // A borrowed key code stays bound until the end of the run: the
-  // application may still be looking the key up.
   pressed_ = false;
-}
-
-void CopyKeystroke::unbindSpareKey() {
-  if (!boundSpareKey_) return;
-  KeySym none[1] = {NoSymbol};
-  XChangeKeyboardMapping(display_, c_, 1, none, 1);
-  XSync(display_, False);
-  boundSpareKey_ = false;
-  c_ = 0;
 }
 
 }  // namespace tovrin

@@ -18,12 +18,14 @@ namespace tovrin {
 /// and pressed again afterwards, as macOS's Command-only event flags do.
 class CopyKeystroke {
  public:
-  /// The keystroke for `shortcut` on the current keyboard layout. Where the
-  /// layout has no `c`, a spare key code is bound to it for the moment of
-  /// the press. Nothing when the keys cannot be had.
+  /// The keystroke for `shortcut` in the active group of the keyboard
+  /// layout: C is the key that gives a Latin `c` there, or, where the group
+  /// has none (Russian, say), the key at the US position of C, which
+  /// applications take as C with Control held, as they do for a person.
+  /// Nothing when the modifier keys cannot be had.
   static std::unique_ptr<CopyKeystroke> prepare(Display* display,
                                                 CopyShortcut shortcut);
-  /// Releases what is still pressed and gives a borrowed key code back.
+  /// Releases what is still pressed.
   ~CopyKeystroke();
   CopyKeystroke(const CopyKeystroke&) = delete;
   CopyKeystroke& operator=(const CopyKeystroke&) = delete;
@@ -44,15 +46,12 @@ class CopyKeystroke {
       : display_(display), shortcut_(shortcut) {}
 
   void fakeKey(KeyCode key, bool down);
-  /// Undoes the binding of a spare key code.
-  void unbindSpareKey();
 
   Display* display_;
   CopyShortcut shortcut_;
   KeyCode control_ = 0;
   KeyCode shift_ = 0;
   KeyCode c_ = 0;
-  bool boundSpareKey_ = false;
   bool pressed_ = false;
   std::vector<KeyCode> heldModifiers_;
 };

@@ -5,13 +5,17 @@
 #include "platform/x11/keyboard.h"
 // clang-format on
 
+#include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/x11/selection.h"
@@ -109,46 +113,57 @@ class KeyboardX11Test : public XvfbTest {
     return events;
   }
 
-  /// The key codes that `key` is bound to now, read from the server.
-  std::vector<KeyCode> keycodesOf(KeySym key) {
+  /// The whole keyboard mapping, read from the server.
+  std::vector<KeySym> keyboardMapping() {
     int minKey = 0, maxKey = 0, perKey = 0;
     XDisplayKeycodes(display(), &minKey, &maxKey);
     XlibPointer<KeySym> map(XGetKeyboardMapping(
         display(), static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey));
-    std::vector<KeyCode> found;
-    for (int code = minKey; map && code <= maxKey; ++code) {
-      const KeySym* syms = map.get() + (code - minKey) * perKey;
-      if (std::find(syms, syms + perKey, key) != syms + perKey) {
-        found.push_back(static_cast<KeyCode>(code));
-      }
-    }
-    return found;
-  }
-
-  /// What `code` is bound to now, read from the server.
-  std::vector<KeySym> keysymsOf(KeyCode code) {
-    int perKey = 0;
-    XlibPointer<KeySym> map(XGetKeyboardMapping(display(), code, 1, &perKey));
     if (!map) return {};
-    return std::vector<KeySym>(map.get(), map.get() + perKey);
+    return std::vector<KeySym>(map.get(),
+                               map.get() + (maxKey - minKey + 1) * perKey);
   }
 
-  /// Makes the layout Cyrillic where it had c and C, as `ru` alone is.
-  void removeLatinC() {
-    int minKey = 0, maxKey = 0, perKey = 0;
-    XDisplayKeycodes(display(), &minKey, &maxKey);
-    XlibPointer<KeySym> map(XGetKeyboardMapping(
-        display(), static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey));
-    ASSERT_TRUE(map);
-    const int count = (maxKey - minKey + 1) * perKey;
-    std::replace(map.get(), map.get() + count, KeySym{XK_c},
-                 KeySym{XK_Cyrillic_es});
-    std::replace(map.get(), map.get() + count, KeySym{XK_C},
-                 KeySym{XK_Cyrillic_ES});
-    XChangeKeyboardMapping(display(), minKey, perKey, map.get(),
-                           maxKey - minKey + 1);
+  /// Loads an XKB layout as a user does, e.g. {"-layout", "ru"}.
+  void setLayout(const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {"setxkbmap", "-display", xvfb().display()};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    const auto result = xvfb().run(argv, seconds(10));
+    ASSERT_TRUE(result && result->exit.code == 0) << "setxkbmap failed";
+  }
+
+  /// Makes XKB group `group` of the layout the active one.
+  void lockGroup(unsigned int group) {
+    ASSERT_TRUE(XkbLockGroup(display(), XkbUseCoreKbd, group));
     XSync(display(), False);
   }
+
+  /// Swaps the XKB names of keys `code` and `other`, as a keyboard that
+  /// numbers its keys otherwise would have them.
+  void swapKeyNames(KeyCode code, KeyCode other) {
+    std::unique_ptr<XkbDescRec, void (*)(XkbDescPtr)> keyboard(
+        XkbAllocKeyboard(),
+        [](XkbDescPtr keyboard) { XkbFreeKeyboard(keyboard, 0, True); });
+    ASSERT_TRUE(keyboard);
+    ASSERT_EQ(XkbGetNames(display(), XkbKeyNamesMask, keyboard.get()), Success);
+    std::swap(keyboard->names->keys[code], keyboard->names->keys[other]);
+    const KeyCode first = std::min(code, other);
+    ASSERT_TRUE(XkbSetNames(display(), XkbKeyNamesMask, first,
+                            std::max(code, other) - first + 1, keyboard.get()));
+    XSync(display(), False);
+  }
+
+  /// The key events of one copy keystroke for `shortcut`, pressed and
+  /// released, as the window receives them.
+  std::vector<KeyEvent> copyKeyEvents(CopyShortcut shortcut, size_t count) {
+    auto keystroke = CopyKeystroke::prepare(keystrokeDisplay(), shortcut);
+    if (!keystroke) return {};
+    keystroke->press();
+    keystroke->release();
+    return keyEvents(count);
+  }
+
+  bool requireSetxkbmap() { return access("/usr/bin/setxkbmap", X_OK) == 0; }
 
   std::unique_ptr<SelectionConnection> application_;
   Window window_ = 0;
@@ -183,30 +198,88 @@ TEST_F(KeyboardX11Test, ModifiersTheUserHoldsAreLiftedForTheShortcutAlone) {
   holdKey(XK_Shift_L, false);
 }
 
-TEST_F(KeyboardX11Test, LayoutWithoutCBorrowsASpareKeyForThePress) {
-  removeLatinC();
-  ASSERT_EQ(keycodesOf(XK_c), std::vector<KeyCode>{});
-  const KeyCode control = keycode(XK_Control_L);
+TEST_F(KeyboardX11Test, ShortcutKeysAreThoseThePressHoldsDown) {
+  // Xvfb's evdev key codes: Control_L 37, Shift_L 50, c 54.
+  auto controlC =
+      CopyKeystroke::prepare(keystrokeDisplay(), CopyShortcut::kControlC);
+  ASSERT_TRUE(controlC);
+  EXPECT_EQ(controlC->shortcutKeys(), (std::vector<KeyCode>{37, 54}));
+
+  auto controlShiftC =
+      CopyKeystroke::prepare(keystrokeDisplay(), CopyShortcut::kControlShiftC);
+  ASSERT_TRUE(controlShiftC);
+  EXPECT_EQ(controlShiftC->shortcutKeys(), (std::vector<KeyCode>{37, 50, 54}));
+  controlShiftC->press();
+  controlShiftC->release();
+  EXPECT_EQ(keyEvents(6), (std::vector<KeyEvent>{{true, 37},
+                                                 {true, 50},
+                                                 {true, 54},
+                                                 {false, 54},
+                                                 {false, 50},
+                                                 {false, 37}}));
+
+  // A terminal that would take Ctrl+C as an interrupt gets no keys at all.
+  auto none = CopyKeystroke::prepare(keystrokeDisplay(), CopyShortcut::kNone);
+  ASSERT_TRUE(none);
+  EXPECT_EQ(none->shortcutKeys(), std::vector<KeyCode>{});
+  none->press();
+  EXPECT_FALSE(none->pressed());
+}
+
+// Under Russian alone no key gives a Latin c; applications copy on Control
+// with the key at the US position of C, and the user's keyboard mapping is
+// never touched, not even for the moment of the press.
+TEST_F(KeyboardX11Test, LayoutWithoutLatinCPressesTheKeyAtTheUsPositionOfC) {
+  if (!requireSetxkbmap()) GTEST_SKIP() << "setxkbmap is not installed";
+  setLayout({"-layout", "ru"});
+  ASSERT_EQ(XKeysymToKeycode(keystrokeDisplay(), XK_c), 0);
+  const std::vector<KeySym> mapping = keyboardMapping();
+  ASSERT_FALSE(mapping.empty());
+
   auto keystroke =
       CopyKeystroke::prepare(keystrokeDisplay(), CopyShortcut::kControlC);
   ASSERT_TRUE(keystroke);
-  EXPECT_EQ(keycodesOf(XK_c), std::vector<KeyCode>{});
-
   keystroke->press();
-  const std::vector<KeyCode> borrowed = keycodesOf(XK_c);
-  ASSERT_EQ(borrowed.size(), 1u);
-  EXPECT_EQ(keycodesOf(XK_C), borrowed);
+  EXPECT_EQ(keyboardMapping(), mapping);
   keystroke->release();
   keystroke.reset();
 
-  EXPECT_EQ(keyEvents(4), (std::vector<KeyEvent>{{true, control},
-                                                 {true, borrowed.front()},
-                                                 {false, borrowed.front()},
-                                                 {false, control}}));
-  // Given back: the key code is unbound again.
-  EXPECT_EQ(keycodesOf(XK_c), std::vector<KeyCode>{});
-  const std::vector<KeySym> syms = keysymsOf(borrowed.front());
-  EXPECT_EQ(syms, std::vector<KeySym>(syms.size(), NoSymbol));
+  // 54 is where evdev puts the key named AB03.
+  EXPECT_EQ(keyEvents(4),
+            (std::vector<KeyEvent>{
+                {true, 37}, {true, 54}, {false, 54}, {false, 37}}));
+  EXPECT_EQ(keyboardMapping(), mapping);
+}
+
+// Keyboards and drivers number their keys differently; the key's XKB name
+// says where it sits.
+TEST_F(KeyboardX11Test, TheUsPositionOfCIsFoundByTheKeysName) {
+  if (!requireSetxkbmap()) GTEST_SKIP() << "setxkbmap is not installed";
+  setLayout({"-layout", "ru"});
+  // AB03 on key code 56, AB05 on 54.
+  swapKeyNames(54, 56);
+  EXPECT_EQ(copyKeyEvents(CopyShortcut::kControlC, 4),
+            (std::vector<KeyEvent>{
+                {true, 37}, {true, 56}, {false, 56}, {false, 37}}));
+}
+
+// With Dvorak and Russian loaded, c sits on another key in each group, and
+// only the active group says which one the application reads.
+TEST_F(KeyboardX11Test, TheActiveGroupDecidesWhichKeyIsC) {
+  if (!requireSetxkbmap()) GTEST_SKIP() << "setxkbmap is not installed";
+  setLayout({"-layout", "us,ru", "-variant", "dvorak,"});
+
+  lockGroup(1);
+  // Russian: no c, so the key at the US position of C.
+  EXPECT_EQ(copyKeyEvents(CopyShortcut::kControlC, 4),
+            (std::vector<KeyEvent>{
+                {true, 37}, {true, 54}, {false, 54}, {false, 37}}));
+
+  lockGroup(0);
+  // Dvorak's c, on the key that is I in QWERTY.
+  EXPECT_EQ(copyKeyEvents(CopyShortcut::kControlC, 4),
+            (std::vector<KeyEvent>{
+                {true, 37}, {true, 31}, {false, 31}, {false, 37}}));
 }
 
 }  // namespace

@@ -84,8 +84,7 @@ class X11KeyboardEvent : public KeyboardEvent {
 class X11Platform : public SystemPlatform {
  public:
   ~X11Platform() override {
-    // Keys still down and a borrowed key code go back before the
-    // connection closes.
+    // Keys still down are released before the connection closes.
     keystroke_.reset();
   }
 
