@@ -1,6 +1,7 @@
 #include "platform/x11/display.h"
 
 #include <condition_variable>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <system_error>
@@ -27,6 +28,12 @@ struct Opening {
 
 Display* openDisplayWithin(const std::string& displayName,
                            std::chrono::milliseconds timeout) {
+  // Without a name there is nothing to wait for, and no thread to start.
+  const char* fromEnvironment = std::getenv("DISPLAY");
+  if (displayName.empty() &&
+      (fromEnvironment == nullptr || fromEnvironment[0] == '\0')) {
+    return nullptr;
+  }
   auto opening = std::make_shared<Opening>();
   const auto open = [opening, displayName] {
     Display* display =
