@@ -320,6 +320,14 @@ void runCopyAndKill(const std::string& display, KilledAt stage,
   waitpid(child, nullptr, 0);
 }
 
+/// Waits, as the next copy run does, for the lock of runs in `directory`.
+bool nextRunGetsTheLock(const std::string& directory) {
+  setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+  const bool locked = lockUserFile("copy.lock", milliseconds(5000)) != nullptr;
+  unsetenv("XDG_RUNTIME_DIR");
+  return locked;
+}
+
 bool keyDown(Display* display, KeySym sym) {
   char keys[32] = {};
   XQueryKeymap(display, keys);
@@ -337,10 +345,7 @@ TEST_F(ClipboardServerX11Test, AKilledRunLeavesNoKeyHeldAndTheUserTextBack) {
     const pid_t user = xclipOwns("UTF8_STRING", "user text");
     runCopyAndKill(xvfb().display(), stage, directory);
     // The next run gets the lock only once the text is back.
-    setenv("XDG_RUNTIME_DIR", directory, 1);
-    auto next = lockUserFile("copy.lock", milliseconds(5000));
-    unsetenv("XDG_RUNTIME_DIR");
-    ASSERT_TRUE(next);
+    ASSERT_TRUE(nextRunGetsTheLock(directory));
     const pid_t server = clipboardOwnerPid();
     EXPECT_GT(server, 0);
     EXPECT_NE(server, user);
@@ -363,9 +368,7 @@ TEST_F(ClipboardServerX11Test, ARunKilledBeforeItsClearLeavesTheClipboardAlone) 
   const pid_t user = xclipOwns("text/html", "<b>rich</b>");
   const Window owner = clipboardOwner();
   runCopyAndKill(xvfb().display(), KilledAt::kBeforeTheClear, directory);
-  setenv("XDG_RUNTIME_DIR", directory, 1);
-  EXPECT_TRUE(lockUserFile("copy.lock", milliseconds(5000)));
-  unsetenv("XDG_RUNTIME_DIR");
+  EXPECT_TRUE(nextRunGetsTheLock(directory));
   // Still the user's own owner, with everything it offered.
   EXPECT_EQ(clipboardOwner(), owner);
   EXPECT_EQ(xclipReads("text/html"), "<b>rich</b>");
