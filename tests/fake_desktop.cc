@@ -3,7 +3,16 @@
 #include <algorithm>
 #include <cmath>
 
+#include "cli/output.h"
 #include "text/url_uriparser.h"
+
+namespace tovrin {
+
+void PrintTo(const Response& response, std::ostream* out) {
+  *out << encodeResponse(response).value_or("<not encodable>");
+}
+
+}  // namespace tovrin
 
 namespace tovrin::testing {
 namespace {

@@ -17,6 +17,15 @@
 
 #include "platform/platform.h"
 
+#include <ostream>
+
+#include "response/response.h"
+
+namespace tovrin {
+/// Prints a response as the JSON line it becomes, for failure messages.
+void PrintTo(const Response& response, std::ostream* out);
+}  // namespace tovrin
+
 namespace tovrin::testing {
 
 /// What an attribute query answers: a result code and a value, which may be

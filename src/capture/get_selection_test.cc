@@ -2,15 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
-#include "cli/output.h"
 #include "fake_desktop.h"
 
 namespace tovrin {
 namespace {
 
-using nlohmann::json;
 using testing::FakeAttribute;
 using testing::FakeDesktop;
 using testing::PasteboardContents;
@@ -38,7 +34,7 @@ struct Scenario {
   std::optional<std::string> accessibilityText;
   std::optional<PasteboardContents> copy;
   Lines lines;
-  std::string answer;
+  Response answer;
 };
 
 const Lines kCopyStart = {
@@ -79,8 +75,7 @@ Lines header(const std::string& frontmost, bool finder) {
               ", finder=" + (finder ? "true" : "false")};
 }
 
-const char kNothing[] =
-    R"({"success":false,"error":"No text selected or could not copy"})";
+const ErrorResponse kNothing{"No text selected or could not copy"};
 
 TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
   const char* kFinderLine =
@@ -90,22 +85,21 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
       {"permission missing", false, "com.apple.TextEdit", std::nullopt,
        std::nullopt,
        {"[tovrin] Starting get-selection", "[tovrin] AXIsProcessTrusted: false"},
-       R"({"success":false,"error":"Accessibility permission required - )"
-       R"(please grant in System Settings > Privacy & Security > )"
-       R"(Accessibility"})"},
+       ErrorResponse{"Accessibility permission required - please grant in "
+                     "System Settings > Privacy & Security > Accessibility"}},
       {"accessibility text", true, "com.apple.TextEdit", "Hello", std::nullopt,
        concat({header("com.apple.TextEdit", false),
                {"[tovrin] Trying accessibility API...",
                 "[tovrin] Accessibility: Got 5 chars",
                 "[tovrin] SUCCESS via accessibility in 0.004s"}}),
-       R"({"success":true,"text":"Hello","method":"accessibility"})"},
+       SuccessResponse{.text = "Hello", .method = "accessibility"}},
       {"copied text", true, "com.apple.TextEdit", std::nullopt,
        copiedText("Copy", "<b>Copy</b>"),
        concat({header("com.apple.TextEdit", false), kAccessibilityFailed,
                kCopyStart, kTextCopied,
                {"[tovrin] SUCCESS via CGEvent in 0.263s (total: 0.267s)"}}),
-       R"({"success":true,"text":"Copy","method":"cgevent",)"
-       R"("html":"<b>Copy<\/b>"})"},
+       SuccessResponse{
+           .text = "Copy", .method = "cgevent", .html = "<b>Copy</b>"}},
       {"nothing anywhere", true, std::nullopt, std::nullopt, std::nullopt,
        concat({header("unknown", false), kAccessibilityFailed, kCopyStart,
                kNothingCopied, {"[tovrin] FAILED total time: 0.469s"}}),
@@ -117,8 +111,8 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
                 "[tovrin] CGEvent: Got 1 file path(s)",
                 "[tovrin] CGEvent: Restored original clipboard",
                 "[tovrin] SUCCESS via CGEvent in 0.260s (total: 0.262s)"}}),
-       R"({"success":true,"method":"cgevent",)"
-       R"("file_paths":["\/Users\/me\/report.pdf"]})"},
+       SuccessResponse{.method = "cgevent",
+                       .file_paths = Lines{"/Users/me/report.pdf"}}},
       {"Finder with nothing", true, "com.apple.finder", "ignored", std::nullopt,
        concat({header("com.apple.finder", true), {kFinderLine}, kCopyStart,
                kNothingCopied, {"[tovrin] FAILED total time: 0.467s"}}),
@@ -138,11 +132,10 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
     // Every query takes time, so each duration shows where it starts.
     desktop.operationSeconds = 0.001;
 
-    const std::string answer = encodeResponse(getSelection(desktop)).value();
+    const Response answer = getSelection(desktop);
 
     EXPECT_EQ(desktop.logLines, s.lines);
     EXPECT_EQ(answer, s.answer);
-    EXPECT_TRUE(json::accept(answer));
     // Only the trust call that never prompts.
     EXPECT_EQ(desktop.trustCalls, Lines{"AXIsProcessTrusted"});
     EXPECT_EQ(desktop.liveHandles(), 0);

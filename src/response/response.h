@@ -19,6 +19,9 @@ struct SuccessResponse {
   std::string method;
   std::optional<std::string> html = {};
   std::optional<std::vector<std::string>> file_paths = {};
+
+  friend bool operator==(const SuccessResponse&,
+                         const SuccessResponse&) = default;
 };
 
 /// The answer of a run that failed: a missing or unknown command, no
@@ -26,6 +29,8 @@ struct SuccessResponse {
 struct ErrorResponse {
   static constexpr bool success = false;
   std::string error;
+
+  friend bool operator==(const ErrorResponse&, const ErrorResponse&) = default;
 };
 
 /// The answer of the permission commands. A missing permission is not a
@@ -33,6 +38,9 @@ struct ErrorResponse {
 struct PermissionResponse {
   static constexpr bool success = true;
   bool granted = false;
+
+  friend bool operator==(const PermissionResponse&,
+                         const PermissionResponse&) = default;
 };
 
 using Response = std::variant<SuccessResponse, ErrorResponse, PermissionResponse>;
