@@ -207,6 +207,12 @@ class Lease {
   Display* display() const { return connection_->display(); }
   Window window() const { return connection_->window(); }
   void retire() { reusable_ = false; }
+  /// Retires the connection after an abandoned transfer, whose owner may go
+  /// on writing to the window it was given.
+  void retireAfterAbandoning() {
+    retire();
+    if (connection_) connection_->renewWindow();
+  }
 
  private:
   std::shared_ptr<X11PasteboardState> state_;
@@ -246,12 +252,9 @@ class Reader {
         conversion.result == Result::kTooLarge) {
       // Later reads would wait out the same owner again.
       if (conversion.owner != None) state_->giveUpOn(conversion.owner);
+      lease_.retireAfterAbandoning();
     }
-    if (conversion.result == Result::kTimedOut ||
-        conversion.result == Result::kTooLarge ||
-        conversion.result == Result::kFailed) {
-      lease_.retire();
-    }
+    if (conversion.result == Result::kFailed) lease_.retire();
     if (conversion.result != Result::kConverted &&
         conversion.result != Result::kRefused) {
       // An owner that is gone or does not answer will not answer the next

@@ -365,6 +365,13 @@ SelectionConnection::~SelectionConnection() {
 
 bool SelectionConnection::broken() const { return connectionBroken(display_); }
 
+void SelectionConnection::renewWindow() {
+  if (broken()) return;
+  XDestroyWindow(display_, window_);
+  window_ = createSelectionWindow(display_);
+  XFlush(display_);
+}
+
 SelectionServer::SelectionServer(Display* display, Window owner, Atom selection,
                                  Time acquired,
                                  std::vector<OfferedTarget> targets)

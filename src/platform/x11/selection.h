@@ -158,6 +158,11 @@ class SelectionConnection {
   Window window() const { return window_; }
   /// Whether the connection to the server is lost.
   bool broken() const;
+  /// Destroys window() for a new one, e.g. after a transfer was abandoned:
+  /// an owner that goes on writing to the old window then fails. Closing
+  /// the connection would not do: the server hands its ids to the next
+  /// client, whose first window may be ours again.
+  void renewWindow();
 
  private:
   SelectionConnection(Display* display, Window window)
