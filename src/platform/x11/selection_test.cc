@@ -140,22 +140,24 @@ TEST_F(SelectionX11Test, HostileOwnersAreCutOffWithNothingKept) {
     Hostility hostility;
     size_t chunkSize;
     Result result;
-    // The conversion's deadline allows 1 s of silence and 2 s in all.
+    // The conversion's deadline allows 1 s of silence and `total` in all.
+    milliseconds total;
     milliseconds givesUpWithin;
   };
   const Case cases[] = {
       {"never answers", Hostility::kSilent, 0, Result::kTimedOut,
-       milliseconds(2000)},
+       milliseconds(2000), milliseconds(2000)},
       {"slow chunks without end", Hostility::kEndlessSlow, 0,
-       Result::kTimedOut, milliseconds(3000)},
+       Result::kTimedOut, milliseconds(2000), milliseconds(3000)},
       // Tiny chunks never reach the size limit: only the deadline, checked
       // while the queue is never empty, ends this one.
       {"a flood of tiny chunks", Hostility::kEndlessFast, 16,
-       Result::kTimedOut, milliseconds(3000)},
+       Result::kTimedOut, milliseconds(2000), milliseconds(3000)},
+      // Time enough, even on a slow machine, for the size limit to end it.
       {"a flood of large chunks", Hostility::kEndlessFast, 0,
-       Result::kTooLarge, milliseconds(3000)},
+       Result::kTooLarge, milliseconds(8000), milliseconds(8000)},
       {"announces 128 MiB", Hostility::kHuge, 0, Result::kTooLarge,
-       milliseconds(1000)},
+       milliseconds(2000), milliseconds(1000)},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.name);
@@ -172,12 +174,12 @@ TEST_F(SelectionX11Test, HostileOwnersAreCutOffWithNothingKept) {
     milliseconds took = readAgainst(
         owner,
         [&] {
-          ConversionDeadline deadline(milliseconds(1000), milliseconds(2000));
+          ConversionDeadline deadline(milliseconds(1000), test.total);
           conversion = convertSelection(
               x, requestor->window(), XInternAtom(x, "CLIPBOARD", False),
               XInternAtom(x, "UTF8_STRING", False), deadline);
         },
-        seconds(10));
+        seconds(12));
     EXPECT_EQ(conversion.result, test.result);
     EXPECT_EQ(conversion.owner, ownerWindow);
     EXPECT_EQ(conversion.data.size(), 0u);
