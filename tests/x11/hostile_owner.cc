@@ -110,8 +110,7 @@ void HostileOwner::serve() {
         if (hostility_ == Hostility::kHuge) send(*transfer_);
       }
     }
-    if (transfer_ && transfer_->started &&
-        hostility_ != Hostility::kHuge &&
+    if (transfer_ && transfer_->started && hostility_ != Hostility::kHuge &&
         (hostility_ == Hostility::kEndlessFast ||
          Clock::now() >= transfer_->nextChunk)) {
       send(*transfer_);
@@ -129,20 +128,19 @@ void HostileOwner::answer(const XSelectionRequestEvent& request) {
   transfer_->property = property;
   transfer_->chunk.assign(chunkSize_, 'x');
   uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
-  xcb_discard_reply(connection, xcb_change_window_attributes_checked(
-                                    connection, requestor, XCB_CW_EVENT_MASK,
-                                    &mask)
-                                    .sequence);
+  xcb_discard_reply(
+      connection, xcb_change_window_attributes_checked(connection, requestor,
+                                                       XCB_CW_EVENT_MASK, &mask)
+                      .sequence);
   auto announced = static_cast<uint32_t>(
       hostility_ == Hostility::kHuge ? kHugeSize : chunkSize_);
   Atom incr = XInternAtom(connection_->display(), "INCR", False);
-  xcb_discard_reply(
-      connection,
-      xcb_change_property_checked(connection, XCB_PROP_MODE_REPLACE, requestor,
-                                  static_cast<xcb_atom_t>(property),
-                                  static_cast<xcb_atom_t>(incr), 32, 1,
-                                  &announced)
-          .sequence);
+  xcb_discard_reply(connection,
+                    xcb_change_property_checked(
+                        connection, XCB_PROP_MODE_REPLACE, requestor,
+                        static_cast<xcb_atom_t>(property),
+                        static_cast<xcb_atom_t>(incr), 32, 1, &announced)
+                        .sequence);
   union {
     xcb_selection_notify_event_t event;
     char bytes[32];
@@ -153,11 +151,10 @@ void HostileOwner::answer(const XSelectionRequestEvent& request) {
   notice.event.selection = static_cast<xcb_atom_t>(request.selection);
   notice.event.target = static_cast<xcb_atom_t>(request.target);
   notice.event.property = static_cast<xcb_atom_t>(property);
-  xcb_discard_reply(connection,
-                    xcb_send_event_checked(connection, 0, requestor,
-                                           XCB_EVENT_MASK_NO_EVENT,
-                                           notice.bytes)
-                        .sequence);
+  xcb_discard_reply(
+      connection, xcb_send_event_checked(connection, 0, requestor,
+                                         XCB_EVENT_MASK_NO_EVENT, notice.bytes)
+                      .sequence);
   xcb_flush(connection);
 }
 

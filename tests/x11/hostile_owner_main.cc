@@ -16,8 +16,8 @@ int main(int argc, char** argv) {
   auto hostility =
       argc == 2 ? tovrin::testing::hostilityNamed(argv[1]) : std::nullopt;
   if (!hostility) {
-    std::fprintf(stderr,
-                 "usage: %s silent|endless-slow|endless-fast|huge\n", argv[0]);
+    std::fprintf(stderr, "usage: %s silent|endless-slow|endless-fast|huge\n",
+                 argv[0]);
     return 2;
   }
   // Blocked before the serving thread starts, so that only sigwait sees them.

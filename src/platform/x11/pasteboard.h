@@ -7,8 +7,8 @@
 // connection of its own taken from a small pool, so that a reader that timed
 // out on a frozen owner and still runs on a worker thread never shares a
 // connection (or a lock) with the next read. Every operation gives up after
-// kX11ConversionTimeout without an answer, and after kX11TransferTotalTimeout
-// or kX11MaxValueSize of a transfer that never ends.
+// kX11ConversionTimeout without an answer, and a transfer that never ends
+// after half of kX11PasteboardReadBudget or kX11MaxValueSize.
 //
 // clearContents() makes this process the owner of an empty CLIPBOARD, so a
 // clipboard manager cannot put old content back where the application's copy
@@ -48,10 +48,10 @@ struct X11PasteboardState;
 /// An object lives for one run, and its reads share one budget: together
 /// they spend at most kX11PasteboardReadBudget (time during which several
 /// reads overlap counts once), each at most half of it; past it, reads
-/// return nothing at once. An owner that did not answer in time or sent more than
-/// kX11MaxValueSize is given up on: while that window owns CLIPBOARD, later
-/// reads return nothing at once, without asking it. A new owner (the
-/// application's copy) is asked as usual.
+/// return nothing at once. An owner that did not answer in time or sent
+/// more than kX11MaxValueSize is given up on: while that window owns
+/// CLIPBOARD, later reads return nothing at once, without asking it. A new
+/// owner (the application's copy) is asked as usual.
 class X11Pasteboard : public Pasteboard {
  public:
   /// The pasteboard of `displayName` (empty: $DISPLAY); use
