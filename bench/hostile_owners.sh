@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # get-selection against CLIPBOARD owners that a reader must not trust: one
 # that never answers, INCR transfers without end (slow chunks; a flood of
-# chunks that never waits for the reader) and one announcing 128 MiB; xclip,
-# which answers, for comparison. An xterm is focused: it owns no PRIMARY, so
+# chunks that never waits for the reader) and 128 MiB, announced as such or
+# as one chunk; xclip, which answers, for comparison. An xterm is focused: it owns no PRIMARY, so
 # the copy path runs and reads CLIPBOARD, the first time to save its text.
 # Prints, per owner and run, the wall time and peak RSS of get-selection and
 # whether it answered one valid JSON line.
@@ -61,7 +61,7 @@ stop_owner() {
 
 printf '%-13s %3s %8s %13s  %s\n' owner run "wall (s)" "peak RSS (MB)" \
   answer
-for kind in xclip silent endless-slow endless-fast huge; do
+for kind in xclip silent endless-slow endless-fast huge huge-unannounced; do
   for run in $(seq "$runs"); do
     start_owner "$kind"
     out="$DESKTOP_DIR/answer" times="$DESKTOP_DIR/times"

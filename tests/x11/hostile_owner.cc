@@ -39,6 +39,7 @@ std::optional<Hostility> hostilityNamed(std::string_view name) {
   if (name == "endless-slow") return Hostility::kEndlessSlow;
   if (name == "endless-fast") return Hostility::kEndlessFast;
   if (name == "huge") return Hostility::kHuge;
+  if (name == "huge-unannounced") return Hostility::kHugeUnannounced;
   return std::nullopt;
 }
 
@@ -107,10 +108,10 @@ void HostileOwner::serve() {
           transfer_->started = true;
           transfer_->nextChunk = Clock::now();
         }
-        if (hostility_ == Hostility::kHuge) send(*transfer_);
+        if (paced()) send(*transfer_);
       }
     }
-    if (transfer_ && transfer_->started && hostility_ != Hostility::kHuge &&
+    if (transfer_ && transfer_->started && !paced() &&
         (hostility_ == Hostility::kEndlessFast ||
          Clock::now() >= transfer_->nextChunk)) {
       send(*transfer_);
@@ -171,7 +172,8 @@ void HostileOwner::send(Transfer& transfer) {
   switch (hostility_) {
     case Hostility::kSilent:
       return;
-    case Hostility::kHuge: {
+    case Hostility::kHuge:
+    case Hostility::kHugeUnannounced: {
       // The last chunk is empty and ends the transfer.
       size_t length = std::min(chunkSize_, kHugeSize - transfer.sent);
       xcb_discard_reply(connection,

@@ -34,10 +34,13 @@ enum class Hostility {
   /// Answers every target with an INCR announcing 128 MiB and sends that
   /// much, a chunk per deletion as the protocol has it.
   kHuge,
+  /// Like kHuge, but announces the size of one chunk: only what arrives
+  /// tells that the value is too large.
+  kHugeUnannounced,
 };
 
 /// The names the hostile_owner program takes: "silent", "endless-slow",
-/// "endless-fast", "huge".
+/// "endless-fast", "huge", "huge-unannounced".
 std::optional<Hostility> hostilityNamed(std::string_view name);
 
 /// A CLIPBOARD owner that behaves as `hostility` says.
@@ -58,12 +61,17 @@ class HostileOwner {
   /// The bytes of value written to requestors so far.
   size_t bytesSent() const { return bytesSent_; }
 
-  /// The size a kHuge owner announces and sends.
+  /// The size a kHuge or kHugeUnannounced owner sends.
   static constexpr size_t kHugeSize = size_t{128} << 20;
 
  private:
   struct Transfer;
 
+  // Whether chunks go one per deletion, as the protocol has it.
+  bool paced() const {
+    return hostility_ == Hostility::kHuge ||
+           hostility_ == Hostility::kHugeUnannounced;
+  }
   void serve();
   void answer(const XSelectionRequestEvent& request);
   void send(Transfer& transfer);

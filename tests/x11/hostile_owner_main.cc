@@ -1,6 +1,6 @@
 // Runs one HostileOwner as a process of its own, for the benchmarks:
 //
-//   hostile_owner silent|endless-slow|endless-fast|huge
+//   hostile_owner silent|endless-slow|endless-fast|huge|huge-unannounced
 //
 // Takes CLIPBOARD on $DISPLAY, prints "owns" and a newline once it does, and
 // serves until SIGTERM, SIGINT or SIGHUP.
@@ -16,8 +16,10 @@ int main(int argc, char** argv) {
   auto hostility =
       argc == 2 ? tovrin::testing::hostilityNamed(argv[1]) : std::nullopt;
   if (!hostility) {
-    std::fprintf(stderr, "usage: %s silent|endless-slow|endless-fast|huge\n",
-                 argv[0]);
+    std::fprintf(
+        stderr,
+        "usage: %s silent|endless-slow|endless-fast|huge|huge-unannounced\n",
+        argv[0]);
     return 2;
   }
   // Blocked before the serving thread starts, so that only sigwait sees them.
