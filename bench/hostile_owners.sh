@@ -59,7 +59,7 @@ stop_owner() {
   wait "$OWNER_PID" 2>/dev/null || true
 }
 
-printf '%-13s %3s %8s %13s  %s\n' owner run "wall (s)" "peak RSS (MB)" \
+printf '%-16s %3s %8s %13s  %s\n' owner run "wall (s)" "peak RSS (MB)" \
   answer
 for kind in xclip silent endless-slow endless-fast huge huge-unannounced; do
   for run in $(seq "$runs"); do
@@ -76,7 +76,7 @@ for kind in xclip silent endless-slow endless-fast huge huge-unannounced; do
     fi
     awk -v kind="$kind" -v run="$run" -v wall="$wall" -v rss="$rss" \
       -v answer="$answer" \
-      'BEGIN { printf "%-13s %3d %8.2f %13.1f  %s\n", kind, run, wall,
+      'BEGIN { printf "%-16s %3d %8.2f %13.1f  %s\n", kind, run, wall,
                rss / 1024, answer }'
   done
 done
