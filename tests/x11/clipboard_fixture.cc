@@ -2,6 +2,9 @@
 
 #include <X11/Xatom.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <future>
 #include <thread>
 
 #include "platform/x11/xcb_util.h"
@@ -18,6 +21,24 @@ bool waitUntil(const std::function<bool()>& condition, milliseconds timeout) {
     std::this_thread::sleep_for(milliseconds(5));
   }
   return true;
+}
+
+milliseconds readAgainst(std::unique_ptr<HostileOwner>& owner,
+                         const std::function<void()>& read,
+                         milliseconds limit) {
+  milliseconds took{0};
+  auto reader = std::async(std::launch::async, [&] { took = timed(read); });
+  if (reader.wait_for(limit) != std::future_status::ready) {
+    ADD_FAILURE() << "the read did not give up within " << limit.count()
+                  << " ms";
+    owner.reset();
+    if (reader.wait_for(seconds(30)) != std::future_status::ready) {
+      std::fprintf(stderr, "a read never ended, even without its owner\n");
+      std::abort();
+    }
+  }
+  reader.get();
+  return took;
 }
 
 Strings pathsOf(const std::vector<PasteboardURLObject>& urls) {

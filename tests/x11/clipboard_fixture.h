@@ -24,6 +24,7 @@
 #include "platform/platform.h"
 #include "platform/x11/pasteboard.h"
 #include "platform/x11/selection.h"
+#include "tests/x11/hostile_owner.h"
 #include "tests/xvfb_session.h"
 
 namespace tovrin::testing {
@@ -43,6 +44,15 @@ std::chrono::milliseconds timed(F&& work) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::steady_clock::now() - start);
 }
+
+/// Runs `read` on a thread while `owner` serves, and how long it took. A
+/// read that has not given up by `limit` fails the test; the owner is then
+/// ended, which stops its flood, so that a reader that only looks at its
+/// deadline when no event is queued ends too. A read still running 30 s
+/// later ends the test program.
+std::chrono::milliseconds readAgainst(std::unique_ptr<HostileOwner>& owner,
+                                      const std::function<void()>& read,
+                                      std::chrono::milliseconds limit);
 
 /// The paths of URL objects (each expected to be a URL).
 Strings pathsOf(const std::vector<PasteboardURLObject>& urls);

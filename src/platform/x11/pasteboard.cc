@@ -2,6 +2,7 @@
 
 #include <X11/Xlib.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <initializer_list>
@@ -117,6 +118,49 @@ struct X11PasteboardState {
     ownerConnection.reset();
   }
 
+  /// Starts a read: how long it may take, zero when the reads of this
+  /// pasteboard have used up kX11PasteboardReadBudget.
+  Clock::duration beginRead() {
+    std::lock_guard<std::mutex> lock(readMutex);
+    Clock::time_point now = Clock::now();
+    Clock::duration left = readTimeLeft(now);
+    if (activeReads++ == 0) busySince = now;
+    return left;
+  }
+
+  void endRead() {
+    std::lock_guard<std::mutex> lock(readMutex);
+    if (--activeReads == 0) readTimeSpent += Clock::now() - busySince;
+  }
+
+  /// Remembers an owner that did not answer in time or sent too much: it is
+  /// not asked again while it owns CLIPBOARD.
+  void giveUpOn(Window owner) {
+    std::lock_guard<std::mutex> lock(readMutex);
+    if (std::find(givenUp.begin(), givenUp.end(), owner) == givenUp.end()) {
+      givenUp.push_back(owner);
+    }
+  }
+
+  /// The owners a read does not ask: those given up on, and our own empty
+  /// ownership, which cannot answer while this process waits.
+  std::vector<Window> skippedOwners() {
+    std::vector<Window> skipped;
+    {
+      std::lock_guard<std::mutex> lock(readMutex);
+      skipped = givenUp;
+    }
+    skipped.push_back(ownerWindow.load());
+    return skipped;
+  }
+
+  Clock::duration readTimeLeft(Clock::time_point now) const {  // by readMutex
+    Clock::duration spent = readTimeSpent;
+    if (activeReads > 0) spent += now - busySince;
+    return std::max(Clock::duration::zero(),
+                    Clock::duration(kX11PasteboardReadBudget) - spent);
+  }
+
   const std::string displayName;
 
   std::mutex poolMutex;
@@ -128,6 +172,14 @@ struct X11PasteboardState {
   std::unique_ptr<SelectionServer> ownerServer;          // by ownerMutex
   /// The window of the empty ownership, for readers to recognize it.
   std::atomic<Window> ownerWindow{None};
+
+  // The read bookkeeping. Read time is counted while at least one read
+  // runs, so that reads overlapping on worker threads count once.
+  std::mutex readMutex;
+  std::vector<Window> givenUp;                      // by readMutex
+  int activeReads = 0;                              // by readMutex
+  Clock::time_point busySince;                      // by readMutex
+  Clock::duration readTimeSpent = Clock::duration::zero();  // by readMutex
 
   // Only the writing operations take this one.
   std::mutex serverMutex;
@@ -162,6 +214,12 @@ class Lease {
   Display* display() const { return connection_->display(); }
   Window window() const { return connection_->window(); }
   void retire() { reusable_ = false; }
+  /// Retires the connection after an abandoned transfer, whose owner may go
+  /// on writing to the window it was given.
+  void retireAfterAbandoning() {
+    retire();
+    if (connection_) connection_->renewWindow();
+  }
 
  private:
   std::shared_ptr<X11PasteboardState> state_;
@@ -169,26 +227,41 @@ class Lease {
   bool reusable_ = true;
 };
 
-/// One read operation: a lent connection and the deadline of its waits.
+/// One read operation: a lent connection and the deadline of its waits,
+/// which ends no later than the pasteboard's read budget.
 class Reader {
  public:
   explicit Reader(std::shared_ptr<X11PasteboardState> state)
       : state_(state), lease_(std::move(state)) {
+    // No read takes more than half the budget: after an owner that is given
+    // up on, the next one (the application's copy) still gets its turn.
+    auto total = std::min(
+        {std::chrono::duration_cast<std::chrono::milliseconds>(
+             state_->beginRead()),
+         kX11TransferTotalTimeout, kX11PasteboardReadBudget / 2});
+    deadline_ = ConversionDeadline(kX11ConversionTimeout, total);
+    stopped_ = total <= std::chrono::milliseconds::zero();
     state_->serveOwnerRequests();
   }
+  ~Reader() { state_->endRead(); }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
 
-  /// Converts CLIPBOARD to `target`. Our own empty ownership refuses at
-  /// once, without asking ourselves.
+  /// Converts CLIPBOARD to `target`. Our own empty ownership and owners
+  /// given up on are refused at once, without asking them.
   SelectionConversion convert(const char* target) {
     if (!lease_ || stopped_) return failed(Result::kFailed);
     Display* display = lease_.display();
     SelectionConversion conversion = convertSelection(
         display, lease_.window(), atom(display, kClipboard),
-        atom(display, target), deadline_, state_->ownerWindow.load());
+        atom(display, target), deadline_, state_->skippedOwners());
     if (conversion.result == Result::kTimedOut ||
-        conversion.result == Result::kFailed) {
-      lease_.retire();
+        conversion.result == Result::kTooLarge) {
+      // Later reads would wait out the same owner again.
+      if (conversion.owner != None) state_->giveUpOn(conversion.owner);
+      lease_.retireAfterAbandoning();
     }
+    if (conversion.result == Result::kFailed) lease_.retire();
     if (conversion.result != Result::kConverted &&
         conversion.result != Result::kRefused) {
       // An owner that is gone or does not answer will not answer the next

@@ -7,7 +7,8 @@
 // connection of its own taken from a small pool, so that a reader that timed
 // out on a frozen owner and still runs on a worker thread never shares a
 // connection (or a lock) with the next read. Every operation gives up after
-// kX11ConversionTimeout without an answer.
+// kX11ConversionTimeout without an answer, and a transfer that never ends
+// after half of kX11PasteboardReadBudget or kX11MaxValueSize.
 //
 // clearContents() makes this process the owner of an empty CLIPBOARD, so a
 // clipboard manager cannot put old content back where the application's copy
@@ -17,6 +18,7 @@
 // A value counts only under the type that was asked for: some owners
 // (xclip) answer every target with their one value.
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -28,11 +30,29 @@
 
 namespace tovrin {
 
+/// The read time one X11Pasteboard may spend in all; one read takes at most
+/// half of it. A get-selection run reads up to seven times (the saved text,
+/// file URLs, GNOME items, the text polls, TARGETS, HTML, RTF) around 0.3 s
+/// of pauses and the write-back of the saved text; with this budget it
+/// answers within about 5 s whatever the owners do, and an owner given up
+/// on at the save still leaves 2 s for the application's copy. Reads of
+/// answering owners take milliseconds, so only hostile or frozen owners
+/// ever use it up.
+inline constexpr std::chrono::milliseconds kX11PasteboardReadBudget{4000};
+
 /// What an X11Pasteboard shares with its running operations.
 struct X11PasteboardState;
 
 /// The CLIPBOARD selection of one X display as tovrin's pasteboard. All
 /// operations may be called from any thread, also concurrently.
+///
+/// An object lives for one run, and its reads share one budget: together
+/// they spend at most kX11PasteboardReadBudget (time during which several
+/// reads overlap counts once), each at most half of it; past it, reads
+/// return nothing at once. An owner that did not answer in time or sent
+/// more than kX11MaxValueSize is given up on: while that window owns
+/// CLIPBOARD, later reads return nothing at once, without asking it. A new
+/// owner (the application's copy) is asked as usual.
 class X11Pasteboard : public Pasteboard {
  public:
   /// The pasteboard of `displayName` (empty: $DISPLAY); use

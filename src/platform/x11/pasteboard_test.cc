@@ -13,12 +13,15 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/x11/selection.h"
 #include "tests/x11/clipboard_fixture.h"
+#include "tests/x11/hostile_owner.h"
 #include "tests/x11/test_owner.h"
 
 namespace tovrin {
@@ -28,6 +31,9 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using namespace std::string_literals;
 using tovrin::testing::ClipboardX11Test;
+using tovrin::testing::HostileOwner;
+using tovrin::testing::Hostility;
+using tovrin::testing::readAgainst;
 using tovrin::testing::pathsOf;
 using tovrin::testing::Strings;
 using tovrin::testing::TestOwner;
@@ -190,8 +196,12 @@ TEST_F(PasteboardX11Test, LateAnswersDoNotConfuseLaterReads) {
   // Now it answers the request it held back, to a reader that gave up.
   owner.pause(false);
   ASSERT_TRUE(waitUntil([&] { return owner.requestsSeen() == 1; }, kGivesUp));
-  EXPECT_EQ(pasteboard->stringForType(PasteboardType::kHTML), "<p>late</p>");
-  EXPECT_EQ(pasteboard->stringForType(PasteboardType::kString), "late");
+  // This pasteboard gave up on that owner; another one takes CLIPBOARD.
+  TestOwner next(xvfb().display(),
+                 {{"UTF8_STRING", "next"}, {"text/html", "<p>next</p>"}});
+  ASSERT_TRUE(next.owns());
+  EXPECT_EQ(pasteboard->stringForType(PasteboardType::kHTML), "<p>next</p>");
+  EXPECT_EQ(pasteboard->stringForType(PasteboardType::kString), "next");
 }
 
 TEST_F(PasteboardX11Test, IncrTransferThatStallsIsGivenUpOn) {
@@ -314,6 +324,77 @@ TEST_F(PasteboardX11Test, LateReaderOnFrozenOwnerDoesNotHoldUpTheNextOnes) {
   EXPECT_EQ(lateResult, std::nullopt);
   ASSERT_TRUE(xvfb().signal(xclip, SIGCONT));
   xvfb().terminate(xclip);
+}
+
+TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
+  const std::pair<const char*, Hostility> cases[] = {
+      {"never answers", Hostility::kSilent},
+      {"slow chunks without end", Hostility::kEndlessSlow},
+      {"a flood of chunks", Hostility::kEndlessFast},
+      {"announces 128 MiB", Hostility::kHuge},
+  };
+  for (const auto& [name, hostility] : cases) {
+    SCOPED_TRACE(name);
+    auto pasteboard = newPasteboard();
+    ASSERT_TRUE(pasteboard);
+    auto owner = std::make_unique<HostileOwner>(xvfb().display(), hostility);
+    ASSERT_TRUE(owner->owns());
+    std::optional<std::string> saved = "unset";
+    milliseconds took = readAgainst(
+        owner,
+        [&] { saved = pasteboard->stringForType(PasteboardType::kString); },
+        seconds(10));
+    EXPECT_EQ(saved, std::nullopt);
+    // One read takes at most half the pasteboard's budget.
+    EXPECT_LT(took, kX11PasteboardReadBudget / 2 + kPromptly);
+    ASSERT_TRUE(owner);
+    if (hostility == Hostility::kHuge) {
+      // Given up at the announcement: only what deleting it asked for came.
+      EXPECT_LE(owner->bytesSent(), size_t{2 * 262144});
+    }
+
+    // The rest of a capture, against the same owner.
+    const int asked = owner->requestsSeen();
+    auto elapsed = timed([&] {
+      EXPECT_EQ(pasteboard->readFileURLObjects(), std::nullopt);
+      EXPECT_EQ(pasteboard->pasteboardItems(), std::nullopt);
+      EXPECT_EQ(pasteboard->stringForType(PasteboardType::kString),
+                std::nullopt);
+      EXPECT_EQ(pasteboard->types(), std::nullopt);
+      EXPECT_EQ(pasteboard->stringForType(PasteboardType::kHTML), std::nullopt);
+      EXPECT_EQ(pasteboard->dataForType(PasteboardType::kRTF), std::nullopt);
+    });
+    EXPECT_LT(elapsed, kPromptly);
+    EXPECT_EQ(owner->requestsSeen(), asked);
+
+    // The application's copy is a new owner, read as usual.
+    TestOwner copy(xvfb().display(), {{"UTF8_STRING", "copied"}});
+    ASSERT_TRUE(copy.owns());
+    EXPECT_EQ(pasteboard->stringForType(PasteboardType::kString), "copied");
+  }
+}
+
+TEST_F(PasteboardX11Test, ReadsOfOnePasteboardShareOneBudget) {
+  auto pasteboard = newPasteboard();
+  ASSERT_TRUE(pasteboard);
+  // Each a new owner, so none is skipped as given up on. The earlier ones
+  // stay connected: the server would give a new client the ids of one that
+  // left, and the next owner's window would be the last one's again.
+  std::vector<std::unique_ptr<HostileOwner>> owners;
+  milliseconds total{0};
+  for (int i = 0; i < 3; ++i) {
+    SCOPED_TRACE("owner " + std::to_string(i + 1));
+    owners.push_back(std::make_unique<HostileOwner>(xvfb().display(),
+                                                    Hostility::kEndlessSlow));
+    ASSERT_TRUE(owners.back()->owns());
+    std::optional<std::string> text = "unset";
+    total += readAgainst(
+        owners.back(),
+        [&] { text = pasteboard->stringForType(PasteboardType::kString); },
+        seconds(10));
+    EXPECT_EQ(text, std::nullopt);
+  }
+  EXPECT_LT(total, kX11PasteboardReadBudget + kPromptly);
 }
 
 }  // namespace

@@ -255,6 +255,7 @@ class X11Platform : public SystemPlatform {
                                                 window,
                                                 toValidUtf8(conversion.data))};
         case SelectionConversion::Result::kTimedOut:
+        case SelectionConversion::Result::kTooLarge:
           return {kAXErrorCannotComplete, nullptr};
         case SelectionConversion::Result::kNoOwner:
           return {kAXErrorNoValue, nullptr};

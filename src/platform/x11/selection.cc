@@ -40,19 +40,21 @@ Bool matchEvent(Display*, XEvent* event, XPointer arg) {
 }
 
 // Takes the first event that `predicate` accepts, leaving every other event
-// queued for whoever else reads this connection.
+// queued for whoever else reads this connection. The deadline comes first:
+// an owner that writes faster than we read keeps the queue full, and a wait
+// that looked at the clock only when the queue ran dry would never end.
 template <typename Predicate>
 WaitResult waitForEvent(Display* display, Clock::time_point deadline,
                         const Predicate& predicate, XEvent* event) {
   for (;;) {
+    if (connectionBroken(display)) return WaitResult::kBroken;
+    auto now = Clock::now();
+    if (now >= deadline) return WaitResult::kTimedOut;
     if (XCheckIfEvent(
             display, event, &matchEvent<Predicate>,
             reinterpret_cast<XPointer>(const_cast<Predicate*>(&predicate)))) {
       return WaitResult::kEvent;
     }
-    if (connectionBroken(display)) return WaitResult::kBroken;
-    auto now = Clock::now();
-    if (now >= deadline) return WaitResult::kTimedOut;
     auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
     pollfd fd = {ConnectionNumber(display), POLLIN, 0};
     poll(&fd, 1, static_cast<int>(std::min<int64_t>(left.count(), INT_MAX)));
@@ -71,13 +73,27 @@ void discardEventsOf(Display* display, Window window) {
   }
 }
 
-// Reads a property of our own window whole, deleting it when asked; nothing
-// when it could not be read whole.
-std::optional<PropertyValue> readWholeProperty(Display* display, Window window,
-                                               Atom property, bool remove) {
-  auto value = readProperty(display, window, property, kWholeProperty, remove);
-  if (!value || (value->exists() && !value->complete)) return std::nullopt;
-  return value;
+// Reads (and deletes) a part of a selection value when it holds at most
+// `room` bytes; a value that comes back incomplete is larger than that, and
+// stays where it is.
+std::optional<PropertyValue> readValuePart(Display* display, Window window,
+                                           Atom property, size_t room) {
+  // In the protocol's 4-byte units, one more than `room` needs, so that a
+  // part of exactly `room` bytes still comes whole.
+  auto units = static_cast<uint32_t>(
+      std::min<size_t>(room / 4 + 1, kWholeProperty));
+  return readProperty(display, window, property, units, /*remove=*/true);
+}
+
+// Gives up a transfer: no more notices of the requestor's properties reach
+// this connection, and what the owner put there last is dropped. (Deleting
+// may prompt an INCR owner for one more chunk; it lands on a window nobody
+// listens to.)
+void abandonTransfer(Display* display, Window requestor, Atom property) {
+  XSelectInput(display, requestor, NoEventMask);
+  XDeleteProperty(display, requestor, property);
+  discardEventsOf(display, requestor);
+  XFlush(display);
 }
 
 // The name of a property's type: an atom the server has accepted, so asking
@@ -110,24 +126,33 @@ SelectionConversion receiveIncr(Display* display, Window requestor,
            event.xproperty.atom == property &&
            event.xproperty.state == PropertyNewValue;
   };
+  auto abandon = [&](SelectionConversion::Result result) {
+    abandonTransfer(display, requestor, property);
+    return failure(result);
+  };
   for (;;) {
     XEvent event;
     WaitResult wait =
         waitForEvent(display, deadline.current(), isNewValue, &event);
+    if (wait == WaitResult::kTimedOut) return abandon(resultOf(wait));
     if (wait != WaitResult::kEvent) return failure(resultOf(wait));
-    auto chunk =
-        readWholeProperty(display, requestor, property, /*remove=*/true);
+    auto chunk = readValuePart(display, requestor, property,
+                               kX11MaxValueSize - conversion.data.size());
     if (!chunk) return failure(SelectionConversion::Result::kFailed);
     // The notice of a value that was already read (the announcement itself,
     // or a chunk read on an earlier notice) finds the property gone.
     if (!chunk->exists()) continue;
+    if (!chunk->complete ||
+        chunk->data.size() > kX11MaxValueSize - conversion.data.size()) {
+      return abandon(SelectionConversion::Result::kTooLarge);
+    }
     deadline.progressed();
     if (chunk->data.empty()) break;
     if (type == None) {
       type = chunk->type;
       conversion.format = chunk->format;
     } else if (chunk->format != conversion.format) {
-      return failure(SelectionConversion::Result::kFailed);
+      return abandon(SelectionConversion::Result::kFailed);
     }
     conversion.data += chunk->data;
   }
@@ -175,7 +200,7 @@ std::vector<uint32_t> SelectionConversion::values32() const {
 SelectionConversion convertSelection(Display* display, Window requestor,
                                      Atom selection, Atom target,
                                      ConversionDeadline& deadline,
-                                     Window unansweredOwner) {
+                                     std::span<const Window> skippedOwners) {
   if (connectionBroken(display)) {
     return failure(SelectionConversion::Result::kFailed);
   }
@@ -187,11 +212,18 @@ SelectionConversion convertSelection(Display* display, Window requestor,
                        ? SelectionConversion::Result::kFailed
                        : SelectionConversion::Result::kNoOwner);
   }
-  if (owner == unansweredOwner) {
-    return failure(SelectionConversion::Result::kRefused);
+  auto answeredBy = [owner](SelectionConversion conversion) {
+    conversion.owner = owner;
+    return conversion;
+  };
+  if (std::find(skippedOwners.begin(), skippedOwners.end(), owner) !=
+      skippedOwners.end()) {
+    return answeredBy(failure(SelectionConversion::Result::kRefused));
   }
   Atom property = internAtom(display, kTransferProperty);
   discardEventsOf(display, requestor);
+  // An abandoned transfer left the window deaf to property changes.
+  XSelectInput(display, requestor, PropertyChangeMask);
   XDeleteProperty(display, requestor, property);
   XConvertSelection(display, selection, target, property, requestor,
                     CurrentTime);
@@ -205,22 +237,35 @@ SelectionConversion convertSelection(Display* display, Window requestor,
   };
   XEvent event;
   WaitResult wait = waitForEvent(display, deadline.current(), isAnswer, &event);
-  if (wait != WaitResult::kEvent) return failure(resultOf(wait));
+  if (wait != WaitResult::kEvent) return answeredBy(failure(resultOf(wait)));
   deadline.progressed();
   if (event.xselection.property == None) {
-    return failure(SelectionConversion::Result::kRefused);
+    return answeredBy(failure(SelectionConversion::Result::kRefused));
   }
   Atom answered = event.xselection.property;
   // Reading with delete also tells an INCR owner to send the first chunk.
-  auto value = readWholeProperty(display, requestor, answered, /*remove=*/true);
+  auto value =
+      readValuePart(display, requestor, answered, kX11MaxValueSize);
   if (!value || !value->exists()) {
-    return failure(SelectionConversion::Result::kFailed);
+    return answeredBy(failure(SelectionConversion::Result::kFailed));
+  }
+  if (!value->complete || value->data.size() > kX11MaxValueSize) {
+    abandonTransfer(display, requestor, answered);
+    return answeredBy(failure(SelectionConversion::Result::kTooLarge));
   }
   if (value->type == internAtom(display, "INCR")) {
-    return receiveIncr(display, requestor, answered, deadline);
+    // The announced size is a lower bound: past the limit, no chunk is
+    // worth waiting for.
+    std::vector<uint32_t> size = value->values32();
+    if (!size.empty() && size[0] > kX11MaxValueSize) {
+      abandonTransfer(display, requestor, answered);
+      return answeredBy(failure(SelectionConversion::Result::kTooLarge));
+    }
+    return answeredBy(receiveIncr(display, requestor, answered, deadline));
   }
   SelectionConversion conversion;
   conversion.result = SelectionConversion::Result::kConverted;
+  conversion.owner = owner;
   conversion.typeName = typeNameOf(display, value->type);
   conversion.format = value->format;
   conversion.data = std::move(value->data);
@@ -319,6 +364,13 @@ SelectionConnection::~SelectionConnection() {
 }
 
 bool SelectionConnection::broken() const { return connectionBroken(display_); }
+
+void SelectionConnection::renewWindow() {
+  if (broken()) return;
+  XDestroyWindow(display_, window_);
+  window_ = createSelectionWindow(display_);
+  XFlush(display_);
+}
 
 SelectionServer::SelectionServer(Display* display, Window owner, Atom selection,
                                  Time acquired,

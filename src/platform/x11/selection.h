@@ -15,10 +15,12 @@
 #include <X11/Xlib.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +33,12 @@ inline constexpr std::chrono::milliseconds kX11ConversionTimeout{1000};
 /// The longest one operation may take even while the owner keeps answering,
 /// e.g. an INCR transfer that trickles in.
 inline constexpr std::chrono::milliseconds kX11TransferTotalTimeout{4000};
+/// The largest value one conversion takes in, in bytes. Clipboard text,
+/// HTML and RTF of real documents stay far below it (a 300-page book is
+/// about 1 MiB of text, its HTML a few MiB); an owner that announces or
+/// sends more is broken or hostile, and the transfer is abandoned so that
+/// memory stays bounded whatever the owner does.
+inline constexpr size_t kX11MaxValueSize = size_t{64} << 20;
 /// How long an owner keeps an INCR transfer open for a requestor that stopped
 /// reading its chunks.
 inline constexpr std::chrono::milliseconds kX11ServeStallTimeout{5000};
@@ -65,9 +73,12 @@ struct SelectionConversion {
     kNoOwner,    // nobody owns the selection
     kRefused,    // the owner answered that it cannot convert (property None)
     kTimedOut,   // the owner did not answer before the deadline
+    kTooLarge,   // the value is larger than kX11MaxValueSize
     kFailed,     // the answer was unreadable or the connection broke
   };
   Result result = Result::kFailed;
+  /// The owner that was asked; None when nobody was.
+  Window owner = None;
   /// Atom name of the value's type, e.g. "UTF8_STRING" or "ATOM"; after an
   /// INCR transfer, the type of its chunks.
   std::string typeName;
@@ -84,19 +95,27 @@ struct SelectionConversion {
 
 /// Asks the owner of `selection` to convert it to `target` into a property
 /// of `requestor`, waits for the answer and reads it, following INCR
-/// transfers. `requestor` must be a window of this connection that it has
-/// selected PropertyChangeMask on (see createSelectionWindow). Events of
-/// other windows stay queued. After kTimedOut the owner may still answer
-/// later: use a fresh requestor window (or connection) for the next one.
-/// The waits count against `deadline`, which an operation shares among its
-/// conversions. `unansweredOwner` names a window of this process that cannot
-/// answer while the caller waits (its events are handled by the same
-/// thread): when it owns the selection, the result is kRefused at once
-/// instead of a wait.
-SelectionConversion convertSelection(Display* display, Window requestor,
-                                     Atom selection, Atom target,
-                                     ConversionDeadline& deadline,
-                                     Window unansweredOwner = None);
+/// transfers. `requestor` must be a window of this connection (see
+/// createSelectionWindow); it is made to select PropertyChangeMask. Events of
+/// other windows stay queued. The waits count against `deadline`, which an
+/// operation shares among its conversions; it is checked before every event
+/// is taken, so an owner that floods the connection is cut off on time too.
+///
+/// A transfer that passes the deadline or kX11MaxValueSize is abandoned:
+/// the property is deleted and `requestor` stops selecting
+/// PropertyChangeMask, so that no more chunks are queued for this
+/// connection. The owner may still answer or send chunks later: after
+/// kTimedOut or kTooLarge use a fresh requestor window (or connection) for
+/// the next conversion.
+///
+/// When one of `skippedOwners` owns the selection, the result is kRefused at
+/// once, without a request: a window of this process that cannot answer
+/// while the caller waits (its events are handled by the same thread), or
+/// owners the caller has given up on.
+SelectionConversion convertSelection(
+    Display* display, Window requestor, Atom selection, Atom target,
+    ConversionDeadline& deadline,
+    std::span<const Window> skippedOwners = {});
 
 /// The names of `atoms` in one round trip; nothing for an atom the server
 /// does not know (owners may send any number).
@@ -139,6 +158,11 @@ class SelectionConnection {
   Window window() const { return window_; }
   /// Whether the connection to the server is lost.
   bool broken() const;
+  /// Destroys window() for a new one, e.g. after a transfer was abandoned:
+  /// an owner that goes on writing to the old window then fails. Closing
+  /// the connection would not do: the server hands its ids to the next
+  /// client, whose first window may be ours again.
+  void renewWindow();
 
  private:
   SelectionConnection(Display* display, Window window)

@@ -9,19 +9,25 @@
 #include <X11/Xlib.h>
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/x11/xcb_util.h"
 #include "tests/x11/clipboard_fixture.h"
+#include "tests/x11/hostile_owner.h"
 #include "tests/x11/test_owner.h"
 
 namespace tovrin {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using tovrin::testing::ClipboardX11Test;
+using tovrin::testing::HostileOwner;
+using tovrin::testing::Hostility;
+using tovrin::testing::readAgainst;
 using tovrin::testing::TestOwner;
 using tovrin::testing::waitUntil;
 using Result = SelectionConversion::Result;
@@ -126,6 +132,67 @@ TEST_F(SelectionX11Test, OwnerRefusesRequestsFromBeforeItsOwnership) {
   EXPECT_EQ(probeProperty("AT_ACQUISITION").data, "now");
   EXPECT_EQ(askByHand("UTF8_STRING", "CURRENT", CurrentTime), atom("CURRENT"));
   EXPECT_EQ(probeProperty("CURRENT").data, "now");
+}
+
+TEST_F(SelectionX11Test, HostileOwnersAreCutOffWithNothingKept) {
+  struct Case {
+    const char* name;
+    Hostility hostility;
+    size_t chunkSize;
+    Result result;
+    // The conversion's deadline allows 1 s of silence and `total` in all.
+    milliseconds total;
+    milliseconds givesUpWithin;
+  };
+  const Case cases[] = {
+      {"never answers", Hostility::kSilent, 0, Result::kTimedOut,
+       milliseconds(2000), milliseconds(2000)},
+      {"slow chunks without end", Hostility::kEndlessSlow, 0,
+       Result::kTimedOut, milliseconds(2000), milliseconds(3000)},
+      // Tiny chunks never reach the size limit: only the deadline, checked
+      // while the queue is never empty, ends this one.
+      {"a flood of tiny chunks", Hostility::kEndlessFast, 16,
+       Result::kTimedOut, milliseconds(2000), milliseconds(3000)},
+      // Time enough, even on a slow machine, for the size limit to end it.
+      {"128 MiB announced as one chunk", Hostility::kHugeUnannounced, 0,
+       Result::kTooLarge, milliseconds(8000), milliseconds(8000)},
+      {"announces 128 MiB", Hostility::kHuge, 0, Result::kTooLarge,
+       milliseconds(2000), milliseconds(1000)},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.name);
+    auto owner = std::make_unique<HostileOwner>(xvfb().display(),
+                                                test.hostility, test.chunkSize);
+    ASSERT_TRUE(owner->owns());
+    const Window ownerWindow = owner->window();
+    // Each on a connection of its own: abandoned transfers may go on
+    // writing to the window they were meant for.
+    auto requestor = SelectionConnection::open(xvfb().display());
+    ASSERT_TRUE(requestor);
+    Display* x = requestor->display();
+    SelectionConversion conversion;
+    milliseconds took = readAgainst(
+        owner,
+        [&] {
+          ConversionDeadline deadline(milliseconds(1000), test.total);
+          conversion = convertSelection(
+              x, requestor->window(), XInternAtom(x, "CLIPBOARD", False),
+              XInternAtom(x, "UTF8_STRING", False), deadline);
+        },
+        seconds(12));
+    EXPECT_EQ(conversion.result, test.result);
+    EXPECT_EQ(conversion.owner, ownerWindow);
+    EXPECT_EQ(conversion.data.size(), 0u);
+    EXPECT_LT(took, test.givesUpWithin);
+    if (owner && test.hostility == Hostility::kHuge) {
+      // Given up at the announcement: only what deleting it asked for came.
+      EXPECT_LE(owner->bytesSent(), size_t{2 * 262144});
+    }
+    if (owner && test.hostility == Hostility::kHugeUnannounced) {
+      // The reader stopped asking for chunks at the limit.
+      EXPECT_LE(owner->bytesSent(), kX11MaxValueSize + 2 * 262144);
+    }
+  }
 }
 
 }  // namespace
