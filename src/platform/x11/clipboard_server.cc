@@ -287,9 +287,16 @@ void releaseKeys(Display* display, const std::vector<KeyCode>& keys) {
 // held until the text is served, so that the next run does not start on a
 // clipboard that is still ours to restore. Returns its exit status.
 int runServer(int socketFd, int lockFd, const std::string& displayName) {
+  // Forked from a process with threads, this one starts none: the opening
+  // is bounded by an alarm instead, whose default action ends the process
+  // (and lets go of the copy-run lock it may hold).
+  alarm(static_cast<unsigned>(
+      std::chrono::ceil<std::chrono::seconds>(kX11OpenTimeout).count()));
   auto connection = SelectionConnection::open(
       displayName,
-      std::vector<const char*>(std::begin(kAtomNames), std::end(kAtomNames)));
+      std::vector<const char*>(std::begin(kAtomNames), std::end(kAtomNames)),
+      std::nullopt);
+  alarm(0);
   if (!connection) {
     report(socketFd, kServerFailed, 0);
     return 1;

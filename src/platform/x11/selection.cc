@@ -336,8 +336,12 @@ std::optional<Time> acquireSelection(Display* display, Window owner,
 }
 
 std::unique_ptr<SelectionConnection> SelectionConnection::open(
-    const std::string& displayName, const std::vector<const char*>& atomNames) {
-  Display* display = openDisplayWithin(displayName);
+    const std::string& displayName, const std::vector<const char*>& atomNames,
+    std::optional<std::chrono::milliseconds> openTimeout) {
+  Display* display =
+      openTimeout ? openDisplayWithin(displayName, *openTimeout)
+                  : XOpenDisplay(displayName.empty() ? nullptr
+                                                     : displayName.c_str());
   if (display == nullptr) return nullptr;
   // When a connection breaks, Xlib calls the process's I/O error handler
   // (the default one exits) and then the connection's exit handler (the

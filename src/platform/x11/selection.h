@@ -25,6 +25,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/x11/display.h"
+
 namespace tovrin {
 
 /// How long one clipboard operation waits for an owner that stopped
@@ -146,10 +148,13 @@ class SelectionConnection {
  public:
   /// Opens `displayName` (empty: $DISPLAY) and interns `atomNames` in the
   /// same round trip, so that later XInternAtom calls for them are answered
-  /// from Xlib's cache. Null when the display does not open.
+  /// from Xlib's cache. Null when the display does not open within
+  /// `openTimeout` (see openDisplayWithin). Without a timeout the opening
+  /// starts no thread, for a process forked from a threaded one.
   static std::unique_ptr<SelectionConnection> open(
       const std::string& displayName,
-      const std::vector<const char*>& atomNames = {});
+      const std::vector<const char*>& atomNames = {},
+      std::optional<std::chrono::milliseconds> openTimeout = kX11OpenTimeout);
   ~SelectionConnection();
   SelectionConnection(const SelectionConnection&) = delete;
   SelectionConnection& operator=(const SelectionConnection&) = delete;
