@@ -83,6 +83,15 @@ struct X11PasteboardState {
     return openConnection(displayName);
   }
 
+  /// Keeps a retired connection open until the pasteboard goes. Closed, its
+  /// window ids would go to the next client to connect, perhaps our own next
+  /// connection, and an owner still writing to the old requestor window
+  /// would write into that one's transfers.
+  void park(std::unique_ptr<SelectionConnection> connection) {
+    std::lock_guard<std::mutex> lock(poolMutex);
+    retired.push_back(std::move(connection));
+  }
+
   void giveBack(std::unique_ptr<SelectionConnection> connection) {
     std::unique_ptr<SelectionConnection> surplus;
     std::lock_guard<std::mutex> lock(poolMutex);
@@ -164,7 +173,8 @@ struct X11PasteboardState {
   const std::string displayName;
 
   std::mutex poolMutex;
-  std::vector<std::unique_ptr<SelectionConnection>> idle;  // by poolMutex
+  std::vector<std::unique_ptr<SelectionConnection>> idle;     // by poolMutex
+  std::vector<std::unique_ptr<SelectionConnection>> retired;  // by poolMutex
 
   // Readers only ever try this lock, and hold it without waiting.
   std::mutex ownerMutex;
@@ -203,8 +213,11 @@ class Lease {
   explicit Lease(std::shared_ptr<X11PasteboardState> state)
       : state_(std::move(state)), connection_(state_->take()) {}
   ~Lease() {
-    if (connection_ && reusable_ && !connection_->broken()) {
+    if (!connection_ || connection_->broken()) return;
+    if (reusable_) {
       state_->giveBack(std::move(connection_));
+    } else {
+      state_->park(std::move(connection_));
     }
   }
   Lease(const Lease&) = delete;
