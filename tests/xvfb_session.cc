@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -282,6 +283,7 @@ XvfbSession::~XvfbSession() {
   }
   children_.clear();
   stopServer();
+  if (!heldLock_.empty()) unlink(heldLock_.c_str());
   if (!displayVariableSet_) return;
   if (previousDisplay_) {
     setenv("DISPLAY", previousDisplay_->c_str(), 1);
@@ -442,6 +444,21 @@ void XvfbSession::stopServer() {
     reap(serverPid_, Clock::now() + kTerminateGrace);
   }
   serverPid_ = -1;
+  // The display number stays ours until the session ends: a server that
+  // another test starts meanwhile would take it, and the clients of this
+  // test that reconnect would talk to that one. X servers skip a number
+  // whose lock file names a live process.
+  if (heldLock_.empty() && display_.size() > 1) {
+    const std::string path = "/tmp/.X" + display_.substr(1) + "-lock";
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0444);
+    if (fd >= 0) {
+      char pid[16];
+      const int length = std::snprintf(pid, sizeof pid, "%10d\n", getpid());
+      if (write(fd, pid, static_cast<size_t>(length)) == length) heldLock_ = path;
+      close(fd);
+      if (heldLock_.empty()) unlink(path.c_str());
+    }
+  }
 }
 
 XvfbSession::Child* XvfbSession::find(pid_t pid) {

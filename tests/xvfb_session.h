@@ -124,6 +124,8 @@ class XvfbSession {
   std::optional<std::string> previousDisplay_;
   bool displayVariableSet_ = false;
   std::vector<Child> children_;
+  /// The lock file that keeps the display number after stopServer().
+  std::string heldLock_;
 };
 
 /// A test that runs on its own Xvfb, skipped with a clear message where no
