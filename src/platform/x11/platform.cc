@@ -46,6 +46,9 @@ class X11AXObject : public AXObject {
 
 class X11EventSource : public EventSource {};
 
+/// The longest the direct read of PRIMARY may take in all.
+constexpr std::chrono::milliseconds kPrimaryReadTotal{1000};
+
 class X11Platform;
 
 /// A key event of the copy shortcut: the key-down presses it, the key-up
@@ -242,7 +245,10 @@ class X11Platform : public SystemPlatform {
     if (!ownerProcess || ownerProcess != windowProcessId(display, window)) {
       return {kAXErrorNoValue, nullptr};
     }
-    ConversionDeadline deadline;
+    // A selection of a few megabytes arrives in tens of milliseconds; an
+    // owner that trickles longer than this leaves time for the copy, so that
+    // get-selection answers within about five seconds whatever it meets.
+    ConversionDeadline deadline(kX11ConversionTimeout, kPrimaryReadTotal);
     for (const char* target : {"UTF8_STRING", "text/plain;charset=utf-8"}) {
       const SelectionConversion conversion = convertSelection(
           display, connection_->window(), primary,
