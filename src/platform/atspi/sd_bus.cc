@@ -163,7 +163,7 @@ BusStatus callMethod(const SdBusLibrary& library, sd_bus* bus,
   // effect: one that is not running has nothing to tell.
   library.setAutoStart(call.get(), 0);
   if (append(call.get()) < 0) return BusStatus::kUnavailable;
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};  // SD_BUS_ERROR_NULL, a C compound literal
   const int r = library.call(bus, call.get(),
                              static_cast<uint64_t>(micros.count()), &error,
                              reply.out());

@@ -5,10 +5,12 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "platform/atspi/atspi_reader.h"
 #include "platform/atspi/sd_bus.h"
@@ -263,6 +265,8 @@ class X11Platform : public SystemPlatform {
     } else {
       address = atspiBusProperty(display);
     }
+    // Without any bus to ask, libsystemd is not worth loading.
+    if (!address && !sessionBusReachable()) return {};
     const auto bus =
         SdAtspiBus::connect(address, start + std::chrono::milliseconds(250));
     if (!bus) return {};
@@ -270,6 +274,15 @@ class X11Platform : public SystemPlatform {
     limits.budget = std::chrono::duration_cast<std::chrono::milliseconds>(
         start + std::chrono::milliseconds(500) - monotonicNow());
     return readSelectedText(*bus, pid, limits);
+  }
+
+  /// Whether a session bus may be there: sd-bus looks for it at
+  /// DBUS_SESSION_BUS_ADDRESS, else at $XDG_RUNTIME_DIR/bus.
+  static bool sessionBusReachable() {
+    if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return true;
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    return runtime != nullptr &&
+           access((std::string(runtime) + "/bus").c_str(), F_OK) == 0;
   }
 
   /// The accessibility bus address that at-spi-bus-launcher publishes on
