@@ -67,8 +67,9 @@ TEST_F(GetSelectionOverAtspiTest, AnEditorsSelectionIsReadOverAtspi) {
                                  {"text", text},
                                  {"method", "accessibility"}}))
       << result.run.standardError;
-  EXPECT_TRUE(logged(
-      result, "] [tovrin] Accessibility: read through AT-SPI from mousepad (gtk)\n"))
+  EXPECT_TRUE(logged(result,
+                     "] [tovrin] Accessibility: read through AT-SPI from "
+                     "mousepad (gtk)\n"))
       << result.run.standardError;
   EXPECT_TRUE(logged(result, "] [tovrin] Accessibility: Got 25 chars\n"));
   EXPECT_EQ(readSelection("clipboard"), "saved text");

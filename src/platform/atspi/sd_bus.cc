@@ -80,13 +80,15 @@ constexpr const char* kText = "org.a11y.atspi.Text";
 std::chrono::nanoseconds monotonicNow() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  return std::chrono::seconds(now.tv_sec) +
+         std::chrono::nanoseconds(now.tv_nsec);
 }
 
 /// A bus connection, closed and released on every path.
 class Bus {
  public:
-  Bus(const SdBusLibrary& library, sd_bus* bus) : library_(library), bus_(bus) {}
+  Bus(const SdBusLibrary& library, sd_bus* bus)
+      : library_(library), bus_(bus) {}
   ~Bus() {
     if (bus_ != nullptr) {
       // Closed without flushing: flushing waits without a deadline.
@@ -286,7 +288,9 @@ BusReply<pid_t> SdAtspiBus::processOf(const std::string& busName,
   const BusStatus status = connection_->call(
       "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "GetConnectionUnixProcessID", deadline, reply,
-      [&](sd_bus_message* m) { return library.append(m, "s", busName.c_str()); });
+      [&](sd_bus_message* m) {
+        return library.append(m, "s", busName.c_str());
+      });
   if (status != BusStatus::kOk) return {status};
   uint32_t pid = 0;
   if (library.read(reply.get(), "u", &pid) < 0) return {};

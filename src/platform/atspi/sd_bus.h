@@ -15,7 +15,7 @@
 
 namespace tovrin {
 
-/// The one call of sd-bus's for each function we use, resolved once.
+/// The functions of sd-bus that tovrin calls, resolved from libsystemd.
 struct SdBusLibrary;
 
 /// An AtspiBus on a live connection. Each call waits at most 250 ms and

@@ -1,6 +1,6 @@
-// The X11 backend: the focused application's selection read over AT-SPI,
-// else its PRIMARY selection, stands for the accessibility read, XTest for the synthetic key press, and the
-// CLIPBOARD selection for the pasteboard.
+// The X11 backend: the focused application's selection, read over AT-SPI
+// or else from PRIMARY, stands for the accessibility read; XTest for the
+// synthetic key press, and the CLIPBOARD selection for the pasteboard.
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -242,7 +242,8 @@ class X11Platform : public SystemPlatform {
     if (const auto process = windowProcessId(display, window)) {
       const AtspiRead read = readThroughAtspi(display, *process);
       if (read.error == kAXErrorSuccess) {
-        log("[tovrin] Accessibility: read through AT-SPI from " + read.source);
+        log("[tovrin] Accessibility: read through AT-SPI from " +
+            read.source);
         return {kAXErrorSuccess,
                 std::make_unique<X11AXObject>(X11AXObject::Kind::kText, window,
                                               toValidUtf8(read.text))};
