@@ -1,0 +1,118 @@
+#ifndef TOVRIN_PLATFORM_ATSPI_ATSPI_READER_H_
+#define TOVRIN_PLATFORM_ATSPI_ATSPI_READER_H_
+
+// The selected text of the focused application, read over AT-SPI: find the
+// application of a process on the accessibility bus, its focused element,
+// and that element's selection. The search runs against AtspiBus, so the
+// tests can hand it a tree held in memory.
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace tovrin {
+
+/// One accessible object: the bus name of its application and its path.
+struct AccessibleRef {
+  std::string bus;
+  std::string path;
+  bool operator==(const AccessibleRef&) const = default;
+};
+
+/// How a call on the accessibility bus ended.
+enum class BusStatus {
+  kOk,
+  /// No answer before the deadline.
+  kTimedOut,
+  /// The object, its interface or its application is not there, or the
+  /// call failed otherwise.
+  kUnavailable,
+};
+
+/// The answer to one call: its status and, when kOk, its value.
+template <typename T>
+struct BusReply {
+  BusStatus status = BusStatus::kUnavailable;
+  T value{};
+};
+
+/// A start and end offset of one selection of a text.
+using TextRange = std::pair<int32_t, int32_t>;
+
+/// The calls the search makes on the accessibility bus. Every call gives up
+/// at `deadline` (monotonic clock) at the latest.
+class AtspiBus {
+ public:
+  virtual ~AtspiBus() = default;
+
+  /// The monotonic clock the deadlines are measured on.
+  virtual std::chrono::nanoseconds now() = 0;
+  /// The applications registered on the bus (the desktop's children).
+  virtual BusReply<std::vector<AccessibleRef>> applications(
+      std::chrono::nanoseconds deadline) = 0;
+  /// The process that owns the connection `busName`.
+  virtual BusReply<pid_t> processOf(const std::string& busName,
+                                    std::chrono::nanoseconds deadline) = 0;
+  /// The descendants of `root` in the FOCUSED state, as Collection finds
+  /// them; kUnavailable when `root` has no Collection.
+  virtual BusReply<std::vector<AccessibleRef>> focusedDescendants(
+      const AccessibleRef& root, std::chrono::nanoseconds deadline) = 0;
+  virtual BusReply<std::vector<AccessibleRef>> children(
+      const AccessibleRef& object, std::chrono::nanoseconds deadline) = 0;
+  /// The state set, as the bit words of Accessible.GetState.
+  virtual BusReply<std::vector<uint32_t>> states(
+      const AccessibleRef& object, std::chrono::nanoseconds deadline) = 0;
+  /// The selections of a text (Text.GetNSelections and GetSelection).
+  virtual BusReply<std::vector<TextRange>> selections(
+      const AccessibleRef& object, std::chrono::nanoseconds deadline) = 0;
+  virtual BusReply<std::string> text(const AccessibleRef& object,
+                                     TextRange range,
+                                     std::chrono::nanoseconds deadline) = 0;
+  /// The accessible Name of `object`.
+  virtual BusReply<std::string> name(const AccessibleRef& object,
+                                     std::chrono::nanoseconds deadline) = 0;
+  /// Application.ToolkitName of the application whose root is `root`.
+  virtual BusReply<std::string> toolkitName(
+      const AccessibleRef& root, std::chrono::nanoseconds deadline) = 0;
+};
+
+/// Limits of the search.
+struct AtspiReadLimits {
+  /// For the whole read, from its start.
+  std::chrono::milliseconds budget{500};
+  /// How deep, and over how many objects, the walk looks for the focused
+  /// element of an application without Collection.
+  int maxDepth = 24;
+  int maxNodes = 400;
+};
+
+/// What the read gave: the text, or why there is none.
+struct AtspiRead {
+  /// kAXErrorSuccess with `text`; kAXErrorAPIDisabled when the bus, the
+  /// application or its text interface is not there; kAXErrorNoValue when
+  /// nothing is focused or nothing is selected; kAXErrorCannotComplete when
+  /// the application did not answer in time.
+  AXError error = kAXErrorAPIDisabled;
+  std::string text;
+  /// The application that answered, e.g. "mousepad (GTK)"; empty when no
+  /// application was found.
+  std::string source;
+};
+
+/// The state bit of a focused object (ATSPI_STATE_FOCUSED).
+inline constexpr int kAtspiStateFocused = 12;
+
+/// Reads the text selected in the focused element of the application of
+/// process `pid`.
+AtspiRead readSelectedText(AtspiBus& bus, pid_t pid,
+                           const AtspiReadLimits& limits = {});
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_ATSPI_ATSPI_READER_H_

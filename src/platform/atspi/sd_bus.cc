@@ -1,0 +1,409 @@
+#include "platform/atspi/sd_bus.h"
+
+#include <dlfcn.h>
+#include <systemd/sd-bus.h>
+#include <time.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace tovrin {
+
+struct SdBusLibrary {
+  decltype(&sd_bus_new) busNew = nullptr;
+  decltype(&sd_bus_set_address) setAddress = nullptr;
+  decltype(&sd_bus_set_bus_client) setBusClient = nullptr;
+  decltype(&sd_bus_start) start = nullptr;
+  decltype(&sd_bus_open_user) openUser = nullptr;
+  decltype(&sd_bus_is_ready) isReady = nullptr;
+  decltype(&sd_bus_process) process = nullptr;
+  decltype(&sd_bus_wait) wait = nullptr;
+  decltype(&sd_bus_close) close = nullptr;
+  decltype(&sd_bus_unref) unref = nullptr;
+  decltype(&sd_bus_message_new_method_call) newMethodCall = nullptr;
+  decltype(&sd_bus_message_set_auto_start) setAutoStart = nullptr;
+  decltype(&sd_bus_message_append) append = nullptr;
+  decltype(&sd_bus_call) call = nullptr;
+  decltype(&sd_bus_message_unref) messageUnref = nullptr;
+  decltype(&sd_bus_message_read) read = nullptr;
+  decltype(&sd_bus_message_enter_container) enterContainer = nullptr;
+  decltype(&sd_bus_message_exit_container) exitContainer = nullptr;
+  decltype(&sd_bus_error_free) errorFree = nullptr;
+  decltype(&sd_bus_error_has_name) errorHasName = nullptr;
+
+  /// libsystemd's functions, or null when it cannot be loaded. The library
+  /// stays loaded for the life of the process: it keeps caches per thread
+  /// whose destructors must still find their code at thread exit.
+  static std::unique_ptr<SdBusLibrary> load() {
+    void* handle = dlopen("libsystemd.so.0", RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) return nullptr;
+    auto library = std::make_unique<SdBusLibrary>();
+    bool complete = true;
+    auto resolve = [&](auto& function, const char* name) {
+      function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
+          dlsym(handle, name));
+      complete = complete && function != nullptr;
+    };
+    resolve(library->busNew, "sd_bus_new");
+    resolve(library->setAddress, "sd_bus_set_address");
+    resolve(library->setBusClient, "sd_bus_set_bus_client");
+    resolve(library->start, "sd_bus_start");
+    resolve(library->openUser, "sd_bus_open_user");
+    resolve(library->isReady, "sd_bus_is_ready");
+    resolve(library->process, "sd_bus_process");
+    resolve(library->wait, "sd_bus_wait");
+    resolve(library->close, "sd_bus_close");
+    resolve(library->unref, "sd_bus_unref");
+    resolve(library->newMethodCall, "sd_bus_message_new_method_call");
+    resolve(library->setAutoStart, "sd_bus_message_set_auto_start");
+    resolve(library->append, "sd_bus_message_append");
+    resolve(library->call, "sd_bus_call");
+    resolve(library->messageUnref, "sd_bus_message_unref");
+    resolve(library->read, "sd_bus_message_read");
+    resolve(library->enterContainer, "sd_bus_message_enter_container");
+    resolve(library->exitContainer, "sd_bus_message_exit_container");
+    resolve(library->errorFree, "sd_bus_error_free");
+    resolve(library->errorHasName, "sd_bus_error_has_name");
+    if (!complete) return nullptr;
+    return library;
+  }
+};
+
+namespace {
+
+constexpr std::chrono::milliseconds kCallTimeout{250};
+constexpr const char* kRegistry = "org.a11y.atspi.Registry";
+constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
+constexpr const char* kAccessible = "org.a11y.atspi.Accessible";
+constexpr const char* kText = "org.a11y.atspi.Text";
+
+std::chrono::nanoseconds monotonicNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::chrono::seconds(now.tv_sec) +
+         std::chrono::nanoseconds(now.tv_nsec);
+}
+
+/// A bus connection, closed and released on every path.
+class Bus {
+ public:
+  Bus(const SdBusLibrary& library, sd_bus* bus)
+      : library_(library), bus_(bus) {}
+  ~Bus() {
+    if (bus_ != nullptr) {
+      // Closed without flushing: flushing waits without a deadline.
+      library_.close(bus_);
+      library_.unref(bus_);
+    }
+  }
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
+  sd_bus* get() const { return bus_; }
+
+  /// Drives the connection (authentication, Hello) until it is ready.
+  BusStatus waitReady(std::chrono::nanoseconds deadline) const {
+    for (;;) {
+      int r = library_.isReady(bus_);
+      if (r > 0) return BusStatus::kOk;
+      if (r < 0) return BusStatus::kUnavailable;
+      r = library_.process(bus_, nullptr);
+      if (r < 0) return BusStatus::kUnavailable;
+      if (r > 0) continue;
+      const auto remaining = deadline - monotonicNow();
+      if (remaining <= std::chrono::nanoseconds(0)) return BusStatus::kTimedOut;
+      const auto micros =
+          std::chrono::duration_cast<std::chrono::microseconds>(remaining);
+      if (library_.wait(bus_, static_cast<uint64_t>(micros.count()) + 1) < 0) {
+        return BusStatus::kUnavailable;
+      }
+    }
+  }
+
+ private:
+  const SdBusLibrary& library_;
+  sd_bus* bus_;
+};
+
+/// A message, released on every path.
+class Message {
+ public:
+  explicit Message(const SdBusLibrary& library) : library_(library) {}
+  ~Message() {
+    if (message_ != nullptr) library_.messageUnref(message_);
+  }
+  Message(const Message&) = delete;
+  Message& operator=(const Message&) = delete;
+  sd_bus_message* get() const { return message_; }
+  sd_bus_message** out() { return &message_; }
+
+ private:
+  const SdBusLibrary& library_;
+  sd_bus_message* message_ = nullptr;
+};
+
+/// Calls `member`, with the arguments `append` adds, and waits for the reply
+/// in `reply` at most kCallTimeout and never past `deadline`.
+template <typename Append>
+BusStatus callMethod(const SdBusLibrary& library, sd_bus* bus,
+                     const std::string& destination, const std::string& path,
+                     const char* interface, const char* member,
+                     std::chrono::nanoseconds deadline, Message& reply,
+                     Append append) {
+  const auto remaining = std::min<std::chrono::nanoseconds>(
+      deadline - monotonicNow(), kCallTimeout);
+  // sd_bus_call takes 0 for its default of 25 s: a spent budget never
+  // reaches it.
+  const auto micros =
+      std::chrono::duration_cast<std::chrono::microseconds>(remaining);
+  if (micros.count() <= 0) return BusStatus::kTimedOut;
+  Message call(library);
+  if (library.newMethodCall(bus, call.out(), destination.c_str(), path.c_str(),
+                            interface, member) < 0) {
+    return BusStatus::kUnavailable;
+  }
+  // Reading a selection must not start services on the bus as a side
+  // effect: one that is not running has nothing to tell.
+  library.setAutoStart(call.get(), 0);
+  if (append(call.get()) < 0) return BusStatus::kUnavailable;
+  sd_bus_error error{};  // SD_BUS_ERROR_NULL, a C compound literal
+  const int r = library.call(bus, call.get(),
+                             static_cast<uint64_t>(micros.count()), &error,
+                             reply.out());
+  const bool timedOut =
+      r == -ETIMEDOUT ||
+      library.errorHasName(&error, "org.freedesktop.DBus.Error.NoReply") > 0 ||
+      library.errorHasName(&error, "org.freedesktop.DBus.Error.Timeout") > 0;
+  library.errorFree(&error);
+  if (r >= 0) return BusStatus::kOk;
+  return timedOut ? BusStatus::kTimedOut : BusStatus::kUnavailable;
+}
+
+int noArguments(sd_bus_message*) { return 0; }
+
+/// Reads an a(so) reply: a list of objects.
+bool readObjects(const SdBusLibrary& library, sd_bus_message* message,
+                 std::vector<AccessibleRef>& objects) {
+  if (library.enterContainer(message, 'a', "(so)") < 0) return false;
+  for (;;) {
+    const char* bus = nullptr;
+    const char* path = nullptr;
+    const int r = library.read(message, "(so)", &bus, &path);
+    if (r < 0) return false;
+    if (r == 0) break;
+    // The null path stands for "no object".
+    if (std::strcmp(path, "/org/a11y/atspi/null") == 0) continue;
+    objects.push_back({bus, path});
+  }
+  return library.exitContainer(message) >= 0;
+}
+
+}  // namespace
+
+struct SdAtspiBus::Connection {
+  std::unique_ptr<SdBusLibrary> library;
+  std::unique_ptr<Bus> bus;
+
+  template <typename Append>
+  BusStatus call(const std::string& destination, const std::string& path,
+                 const char* interface, const char* member,
+                 std::chrono::nanoseconds deadline, Message& reply,
+                 Append append) {
+    return callMethod(*library, bus->get(), destination, path, interface,
+                      member, deadline, reply, append);
+  }
+
+  BusReply<std::string> stringProperty(const AccessibleRef& object,
+                                       const char* interface,
+                                       const char* property,
+                                       std::chrono::nanoseconds deadline) {
+    Message reply(*library);
+    const BusStatus status = call(
+        object.bus, object.path, "org.freedesktop.DBus.Properties", "Get",
+        deadline, reply, [&](sd_bus_message* m) {
+          return library->append(m, "ss", interface, property);
+        });
+    if (status != BusStatus::kOk) return {status};
+    const char* value = nullptr;
+    if (library->read(reply.get(), "v", "s", &value) < 0) return {};
+    return {BusStatus::kOk, value};
+  }
+};
+
+std::unique_ptr<SdAtspiBus> SdAtspiBus::connect(
+    const std::optional<std::string>& address,
+    std::chrono::nanoseconds deadline) {
+  auto connection = std::make_unique<Connection>();
+  connection->library = SdBusLibrary::load();
+  if (!connection->library) return nullptr;
+  const SdBusLibrary& library = *connection->library;
+
+  std::string busAddress;
+  if (address && !address->empty()) {
+    busAddress = *address;
+  } else {
+    sd_bus* raw = nullptr;
+    if (library.openUser(&raw) < 0) return nullptr;
+    const Bus session(library, raw);
+    if (session.waitReady(deadline) != BusStatus::kOk) return nullptr;
+    Message reply(library);
+    if (callMethod(library, session.get(), "org.a11y.Bus", "/org/a11y/bus",
+                   "org.a11y.Bus", "GetAddress", deadline, reply,
+                   noArguments) != BusStatus::kOk) {
+      return nullptr;
+    }
+    const char* found = nullptr;
+    if (library.read(reply.get(), "s", &found) < 0 || found == nullptr) {
+      return nullptr;
+    }
+    busAddress = found;
+  }
+
+  sd_bus* raw = nullptr;
+  if (library.busNew(&raw) < 0) return nullptr;
+  connection->bus = std::make_unique<Bus>(library, raw);
+  if (library.setAddress(raw, busAddress.c_str()) < 0 ||
+      library.setBusClient(raw, 1) < 0 || library.start(raw) < 0 ||
+      connection->bus->waitReady(deadline) != BusStatus::kOk) {
+    return nullptr;
+  }
+  return std::unique_ptr<SdAtspiBus>(new SdAtspiBus(std::move(connection)));
+}
+
+SdAtspiBus::SdAtspiBus(std::unique_ptr<Connection> connection)
+    : connection_(std::move(connection)) {}
+
+SdAtspiBus::~SdAtspiBus() = default;
+
+std::chrono::nanoseconds SdAtspiBus::now() { return monotonicNow(); }
+
+BusReply<std::vector<AccessibleRef>> SdAtspiBus::applications(
+    std::chrono::nanoseconds deadline) {
+  return children({kRegistry, kRootPath}, deadline);
+}
+
+BusReply<pid_t> SdAtspiBus::processOf(const std::string& busName,
+                                      std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message reply(library);
+  const BusStatus status = connection_->call(
+      "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "GetConnectionUnixProcessID", deadline, reply,
+      [&](sd_bus_message* m) {
+        return library.append(m, "s", busName.c_str());
+      });
+  if (status != BusStatus::kOk) return {status};
+  uint32_t pid = 0;
+  if (library.read(reply.get(), "u", &pid) < 0) return {};
+  return {BusStatus::kOk, static_cast<pid_t>(pid)};
+}
+
+BusReply<std::vector<AccessibleRef>> SdAtspiBus::focusedDescendants(
+    const AccessibleRef& root, std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message reply(library);
+  const BusStatus status = connection_->call(
+      root.bus, root.path, "org.a11y.atspi.Collection", "GetMatches", deadline,
+      reply, [&](sd_bus_message* m) {
+        // Objects in every state of {FOCUSED}, with every attribute, role
+        // and interface of the empty sets (match type ALL is 1); sorted in
+        // tree order (1); the first one; through all descendants.
+        return library.append(
+            m, "(aiia{ss}iaiiasib)uib", 2,
+            static_cast<int32_t>(1u << kAtspiStateFocused), 0, 1, 0, 1, 0, 1,
+            0, 1, 0, 1u, 1, 1);
+      });
+  if (status != BusStatus::kOk) return {status};
+  BusReply<std::vector<AccessibleRef>> result{BusStatus::kOk};
+  if (!readObjects(library, reply.get(), result.value)) return {};
+  return result;
+}
+
+BusReply<std::vector<AccessibleRef>> SdAtspiBus::children(
+    const AccessibleRef& object, std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message reply(library);
+  const BusStatus status =
+      connection_->call(object.bus, object.path, kAccessible, "GetChildren",
+                        deadline, reply, noArguments);
+  if (status != BusStatus::kOk) return {status};
+  BusReply<std::vector<AccessibleRef>> result{BusStatus::kOk};
+  if (!readObjects(library, reply.get(), result.value)) return {};
+  return result;
+}
+
+BusReply<std::vector<uint32_t>> SdAtspiBus::states(
+    const AccessibleRef& object, std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message reply(library);
+  const BusStatus status =
+      connection_->call(object.bus, object.path, kAccessible, "GetState",
+                        deadline, reply, noArguments);
+  if (status != BusStatus::kOk) return {status};
+  BusReply<std::vector<uint32_t>> result{BusStatus::kOk};
+  if (library.enterContainer(reply.get(), 'a', "u") < 0) return {};
+  for (;;) {
+    uint32_t word = 0;
+    const int r = library.read(reply.get(), "u", &word);
+    if (r < 0) return {};
+    if (r == 0) break;
+    result.value.push_back(word);
+  }
+  return result;
+}
+
+BusReply<std::vector<TextRange>> SdAtspiBus::selections(
+    const AccessibleRef& object, std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message count(library);
+  BusStatus status = connection_->call(object.bus, object.path, kText,
+                                       "GetNSelections", deadline, count,
+                                       noArguments);
+  if (status != BusStatus::kOk) return {status};
+  int32_t n = 0;
+  if (library.read(count.get(), "i", &n) < 0) return {};
+  BusReply<std::vector<TextRange>> result{BusStatus::kOk};
+  // A text has one selection, a few at most; a count beyond that is not
+  // worth a round trip each.
+  for (int32_t i = 0; i < n && i < 16; ++i) {
+    Message reply(library);
+    status = connection_->call(
+        object.bus, object.path, kText, "GetSelection", deadline, reply,
+        [&](sd_bus_message* m) { return library.append(m, "i", i); });
+    if (status != BusStatus::kOk) return {status};
+    TextRange range;
+    if (library.read(reply.get(), "ii", &range.first, &range.second) < 0) {
+      return {};
+    }
+    result.value.push_back(range);
+  }
+  return result;
+}
+
+BusReply<std::string> SdAtspiBus::text(const AccessibleRef& object,
+                                       TextRange range,
+                                       std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message reply(library);
+  const BusStatus status = connection_->call(
+      object.bus, object.path, kText, "GetText", deadline, reply,
+      [&](sd_bus_message* m) {
+        return library.append(m, "ii", range.first, range.second);
+      });
+  if (status != BusStatus::kOk) return {status};
+  const char* value = nullptr;
+  if (library.read(reply.get(), "s", &value) < 0 || value == nullptr) return {};
+  return {BusStatus::kOk, value};
+}
+
+BusReply<std::string> SdAtspiBus::name(const AccessibleRef& object,
+                                       std::chrono::nanoseconds deadline) {
+  return connection_->stringProperty(object, kAccessible, "Name", deadline);
+}
+
+BusReply<std::string> SdAtspiBus::toolkitName(
+    const AccessibleRef& root, std::chrono::nanoseconds deadline) {
+  return connection_->stringProperty(root, "org.a11y.atspi.Application",
+                                     "ToolkitName", deadline);
+}
+
+}  // namespace tovrin

@@ -1,0 +1,63 @@
+#include "platform/atspi/sd_bus.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <thread>
+
+namespace tovrin {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::chrono::nanoseconds monotonicNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::chrono::seconds(now.tv_sec) +
+         std::chrono::nanoseconds(now.tv_nsec);
+}
+
+/// Whether connecting to `address` gives up by itself, with no connection,
+/// well after its deadline of 100 ms but before a test would hang on it.
+/// The attempt runs on a thread of its own, left behind should it hang.
+bool connectionRefusedInTime(const std::string& address) {
+  auto done = std::make_shared<std::promise<bool>>();
+  std::future<bool> refused = done->get_future();
+  std::thread([done, address] {
+    done->set_value(SdAtspiBus::connect(address, monotonicNow() + 100ms) ==
+                    nullptr);
+  }).detach();
+  return refused.wait_for(5s) == std::future_status::ready && refused.get();
+}
+
+TEST(SdAtspiBusTest, ABusThatIsMissingOrSilentIsGivenUp) {
+  EXPECT_TRUE(connectionRefusedInTime("unix:path=/nonexistent/bus"));
+
+  // A socket that takes connections and never says a word: without a
+  // deadline of its own, sd-bus would wait 90 s for the greeting.
+  const std::filesystem::path path =
+      std::filesystem::temp_directory_path() /
+      ("tovrin-silent-bus-" + std::to_string(getpid()));
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(listener, 0);
+  const std::unique_ptr<const int, void (*)(const int*)> closer(
+      &listener, [](const int* fd) { close(*fd); });
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  std::snprintf(name.sun_path, sizeof(name.sun_path), "%s", path.c_str());
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof(name)),
+            0);
+  ASSERT_EQ(listen(listener, 4), 0);
+  EXPECT_TRUE(connectionRefusedInTime("unix:path=" + path.string()));
+  std::filesystem::remove(path);
+}
+
+}  // namespace
+}  // namespace tovrin
