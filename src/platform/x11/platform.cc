@@ -245,8 +245,9 @@ class X11Platform : public SystemPlatform {
     if (const auto process = windowProcessId(display, window)) {
       const AtspiRead read = readThroughAtspi(display, *process);
       if (read.error == kAXErrorSuccess) {
+        // The name is the application's own: escaped like any other.
         log("[tovrin] Accessibility: read through AT-SPI from " +
-            read.source);
+            escapeForLog(read.source));
         return {kAXErrorSuccess,
                 std::make_unique<X11AXObject>(X11AXObject::Kind::kText, window,
                                               toValidUtf8(read.text))};
