@@ -26,8 +26,17 @@ struct Opening {
 
 }  // namespace
 
+void internAtoms(Display* display, const std::vector<const char*>& atomNames) {
+  std::vector<char*> names;
+  for (const char* name : atomNames) names.push_back(const_cast<char*>(name));
+  std::vector<Atom> atoms(names.size());
+  XInternAtoms(display, names.data(), static_cast<int>(names.size()), False,
+               atoms.data());
+}
+
 Display* openDisplayWithin(const std::string& displayName,
-                           std::chrono::milliseconds timeout) {
+                           std::chrono::milliseconds timeout,
+                           const std::vector<const char*>& atomNames) {
   // Without a name there is nothing to wait for, and no thread to start.
   const char* fromEnvironment = std::getenv("DISPLAY");
   if (displayName.empty() &&
@@ -35,11 +44,19 @@ Display* openDisplayWithin(const std::string& displayName,
     return nullptr;
   }
   auto opening = std::make_shared<Opening>();
-  const auto open = [opening, displayName] {
+  const auto open = [opening, displayName, atomNames] {
     Display* display =
         XOpenDisplay(displayName.empty() ? nullptr : displayName.c_str());
     // The handshake alone proves little: a proxy may accept it and stall.
-    if (display != nullptr) XSync(display, False);
+    // One round trip more does, and it may as well intern the atoms.
+    if (display != nullptr) {
+      XSetIOErrorExitHandler(display, [](Display*, void*) {}, nullptr);
+      if (atomNames.empty()) {
+        XSync(display, False);
+      } else {
+        internAtoms(display, atomNames);
+      }
+    }
     const std::lock_guard lock(opening->mutex);
     opening->finished = true;
     opening->display = display;

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace tovrin {
 
@@ -14,12 +15,18 @@ namespace tovrin {
 inline constexpr std::chrono::milliseconds kX11OpenTimeout{1000};
 
 /// Opens `displayName` (empty: $DISPLAY) and makes one round trip to the
-/// server, all within `timeout`; null when it fails or takes longer.
+/// server, all within `timeout`; null when it fails or takes longer. The
+/// round trip interns `atomNames`, so that later XInternAtom calls for them
+/// are answered from Xlib's cache.
 /// XOpenDisplay itself never gives up, so the opening runs on a thread of
 /// its own that is abandoned at the deadline: it blocks, holding nothing
 /// of ours, until the process ends.
 Display* openDisplayWithin(const std::string& displayName,
-                           std::chrono::milliseconds timeout = kX11OpenTimeout);
+                           std::chrono::milliseconds timeout = kX11OpenTimeout,
+                           const std::vector<const char*>& atomNames = {});
+
+/// Interns `atomNames` in one round trip.
+void internAtoms(Display* display, const std::vector<const char*>& atomNames);
 
 }  // namespace tovrin
 

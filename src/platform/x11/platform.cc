@@ -233,7 +233,7 @@ class X11Platform : public SystemPlatform {
       connectionTried_ = true;
       connection_ = SelectionConnection::open(
           "", {"_NET_ACTIVE_WINDOW", "_GTK_APPLICATION_ID", "UTF8_STRING",
-               "text/plain;charset=utf-8"});
+               "text/plain;charset=utf-8", "AT_SPI_BUS"});
     }
     return connection_ ? connection_->display() : nullptr;
   }
@@ -242,7 +242,8 @@ class X11Platform : public SystemPlatform {
   /// AT-SPI, else PRIMARY. AT-SPI goes first because an application keeps
   /// its selection after another program takes PRIMARY (Chromium does).
   AXAttributeResult selectedTextOf(Display* display, Window window) {
-    if (const auto process = windowProcessId(display, window)) {
+    const std::optional<pid_t> process = windowProcessId(display, window);
+    if (process) {
       const AtspiRead read = readThroughAtspi(display, *process);
       if (read.error == kAXErrorSuccess) {
         // The name is the application's own: escaped like any other.
@@ -258,7 +259,7 @@ class X11Platform : public SystemPlatform {
         return {kAXErrorCannotComplete, nullptr};
       }
     }
-    return primarySelectionOf(display, window);
+    return primarySelectionOf(display, window, process);
   }
 
   /// The selection of process `pid` over AT-SPI, within 500 ms in all.
@@ -297,7 +298,8 @@ class X11Platform : public SystemPlatform {
     int format = 0;
     unsigned long count = 0, remaining = 0;
     unsigned char* data = nullptr;
-    const Atom property = XInternAtom(display, "AT_SPI_BUS", True);
+    // Interned when the display opened: answered from Xlib's cache.
+    const Atom property = XInternAtom(display, "AT_SPI_BUS", False);
     if (property == None ||
         XGetWindowProperty(display, DefaultRootWindow(display), property, 0,
                            1024, False, XA_STRING, &type, &format, &count,
@@ -315,12 +317,13 @@ class X11Platform : public SystemPlatform {
   /// PRIMARY, but only while a window of the focused window's process owns
   /// it. PRIMARY holds the last selection made anywhere, and another
   /// program's text is not what the user selected in the focused one.
-  AXAttributeResult primarySelectionOf(Display* display, Window window) {
+  AXAttributeResult primarySelectionOf(Display* display, Window window,
+                                       std::optional<pid_t> focusedProcess) {
     const Atom primary = XA_PRIMARY;
     const Window owner = XGetSelectionOwner(display, primary);
-    if (owner == None) return {kAXErrorNoValue, nullptr};
+    if (owner == None || !focusedProcess) return {kAXErrorNoValue, nullptr};
     const auto ownerProcess = windowProcessId(display, owner);
-    if (!ownerProcess || ownerProcess != windowProcessId(display, window)) {
+    if (!ownerProcess || ownerProcess != focusedProcess) {
       return {kAXErrorNoValue, nullptr};
     }
     // A selection of a few megabytes arrives in tens of milliseconds; an

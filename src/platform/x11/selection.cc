@@ -338,25 +338,21 @@ std::optional<Time> acquireSelection(Display* display, Window owner,
 std::unique_ptr<SelectionConnection> SelectionConnection::open(
     const std::string& displayName, const std::vector<const char*>& atomNames,
     std::optional<std::chrono::milliseconds> openTimeout) {
-  Display* display =
-      openTimeout ? openDisplayWithin(displayName, *openTimeout)
-                  : XOpenDisplay(displayName.empty() ? nullptr
-                                                     : displayName.c_str());
-  if (display == nullptr) return nullptr;
   // When a connection breaks, Xlib calls the process's I/O error handler
   // (the default one exits) and then the connection's exit handler (the
-  // default one exits too). Ours return: every later call on the
-  // connection fails fast, which broken() reports.
+  // default one exits too; openDisplayWithin replaces it). Ours return:
+  // every later call on the connection fails fast, which broken() reports.
   keepProcessOnBrokenConnections();
-  XSetIOErrorExitHandler(
-      display, [](Display*, void*) {}, nullptr);
-  if (!atomNames.empty()) {
-    std::vector<char*> names;
-    for (const char* name : atomNames) names.push_back(const_cast<char*>(name));
-    std::vector<Atom> atoms(names.size());
-    XInternAtoms(display, names.data(), static_cast<int>(names.size()), False,
-                 atoms.data());
+  Display* display = nullptr;
+  if (openTimeout) {
+    display = openDisplayWithin(displayName, *openTimeout, atomNames);
+  } else {
+    display = XOpenDisplay(displayName.empty() ? nullptr : displayName.c_str());
+    if (display == nullptr) return nullptr;
+    XSetIOErrorExitHandler(display, [](Display*, void*) {}, nullptr);
+    if (!atomNames.empty()) internAtoms(display, atomNames);
   }
+  if (display == nullptr) return nullptr;
   Window window = createSelectionWindow(display);
   return std::unique_ptr<SelectionConnection>(
       new SelectionConnection(display, window));
