@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/x11/selection.h"
+#include "platform/x11/selection_server.h"
 
 namespace tovrin::testing {
 

@@ -25,6 +25,7 @@
 
 #include "platform/x11/formats.h"
 #include "platform/x11/selection.h"
+#include "platform/x11/selection_server.h"
 
 namespace tovrin {
 namespace {

@@ -13,6 +13,7 @@
 #include "platform/x11/clipboard_server.h"
 #include "platform/x11/formats.h"
 #include "platform/x11/selection.h"
+#include "platform/x11/selection_server.h"
 #include "text/text.h"
 
 namespace tovrin {
