@@ -61,10 +61,6 @@ constexpr std::chrono::seconds kOwnershipCheckPeriod{60};
 // How long a server process started ahead of need waits for its text.
 constexpr std::chrono::seconds kIdleServerLifetime{30};
 
-Atom atom(Display* display, const char* name) {
-  return XInternAtom(display, name, False);
-}
-
 std::shared_ptr<const std::string> shared(std::string text) {
   return std::make_shared<const std::string>(std::move(text));
 }
@@ -143,8 +139,8 @@ std::vector<OfferedTarget> textTargets(Display* display,
                                        std::string_view text) {
   auto utf8 = shared(std::string(text));
   return {
-      {atom(display, kUtf8String), atom(display, kUtf8String), 8, utf8},
-      {atom(display, kPlainUtf8), atom(display, kPlainUtf8), 8, utf8},
+      {internAtom(display, kUtf8String), internAtom(display, kUtf8String), 8, utf8},
+      {internAtom(display, kPlainUtf8), internAtom(display, kPlainUtf8), 8, utf8},
       {XA_STRING, XA_STRING, 8, shared(latin1IfRepresentable(text))},
   };
 }
@@ -153,15 +149,15 @@ std::vector<OfferedTarget> textTargets(Display* display,
 // an application quits, so that it outlives this process. Its answer is not
 // awaited: the server keeps serving meanwhile.
 void askClipboardManagerToSave(Display* display, Window window, Time time) {
-  Atom manager = atom(display, kClipboardManager);
+  Atom manager = internAtom(display, kClipboardManager);
   if (XGetSelectionOwner(display, manager) == None) return;
-  long targets[] = {static_cast<long>(atom(display, kUtf8String)),
-                    static_cast<long>(atom(display, kPlainUtf8)),
+  long targets[] = {static_cast<long>(internAtom(display, kUtf8String)),
+                    static_cast<long>(internAtom(display, kPlainUtf8)),
                     static_cast<long>(XA_STRING)};
-  Atom property = atom(display, kSaveTargetsProperty);
+  Atom property = internAtom(display, kSaveTargetsProperty);
   XChangeProperty(display, window, property, XA_ATOM, 32, PropModeReplace,
                   reinterpret_cast<unsigned char*>(targets), 3);
-  XConvertSelection(display, manager, atom(display, kSaveTargets), property,
+  XConvertSelection(display, manager, internAtom(display, kSaveTargets), property,
                     window, time);
   XFlush(display);
 }
@@ -319,10 +315,10 @@ int runServer(int socketFd, int lockFd, const std::string& displayName) {
   Window window = connection->window();
   // Tells tools (and tests) which process serves the clipboard.
   long pid = getpid();
-  XChangeProperty(display, window, atom(display, kWmPid), XA_CARDINAL, 32,
+  XChangeProperty(display, window, internAtom(display, kWmPid), XA_CARDINAL, 32,
                   PropModeReplace, reinterpret_cast<unsigned char*>(&pid), 1);
   ConversionDeadline deadline;
-  Atom clipboard = atom(display, kClipboard);
+  Atom clipboard = internAtom(display, kClipboard);
   std::optional<Time> acquired =
       acquireSelection(display, window, clipboard, deadline);
   if (!acquired) {

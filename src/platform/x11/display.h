@@ -25,6 +25,12 @@ Display* openDisplayWithin(const std::string& displayName,
                            std::chrono::milliseconds timeout = kX11OpenTimeout,
                            const std::vector<const char*>& atomNames = {});
 
+/// The atom named `name`. Xlib answers names this connection has seen
+/// (see internAtoms) from its cache, without a round trip.
+inline Atom internAtom(Display* display, const char* name) {
+  return XInternAtom(display, name, False);
+}
+
 /// Interns `atomNames` in one round trip.
 void internAtoms(Display* display, const std::vector<const char*>& atomNames);
 

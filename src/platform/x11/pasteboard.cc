@@ -61,10 +61,6 @@ std::unique_ptr<SelectionConnection> openConnection(
 // operations overlap.
 constexpr size_t kIdleConnections = 2;
 
-Atom atom(Display* display, const char* name) {
-  return XInternAtom(display, name, False);
-}
-
 }  // namespace
 
 struct X11PasteboardState {
@@ -267,8 +263,8 @@ class Reader {
     if (!lease_ || stopped_) return failed(Result::kFailed);
     Display* display = lease_.display();
     SelectionConversion conversion = convertSelection(
-        display, lease_.window(), atom(display, kClipboard),
-        atom(display, target), deadline_, state_->skippedOwners());
+        display, lease_.window(), internAtom(display, kClipboard),
+        internAtom(display, target), deadline_, state_->skippedOwners());
     if (conversion.result == Result::kTimedOut ||
         conversion.result == Result::kTooLarge) {
       // Later reads would wait out the same owner again.
@@ -459,7 +455,7 @@ void X11Pasteboard::clearContents() {
     state->ownerServer.reset();
     Display* display = state->ownerConnection->display();
     Window window = state->ownerConnection->window();
-    Atom clipboard = atom(display, kClipboard);
+    Atom clipboard = internAtom(display, kClipboard);
     ConversionDeadline deadline;
     std::optional<Time> acquired =
         acquireSelection(display, window, clipboard, deadline);

@@ -21,11 +21,6 @@ constexpr const char kTransferProperty[] = "TOVRIN_SELECTION";
 // The property whose zero-length appends give server timestamps.
 constexpr const char kTimestampProperty[] = "TOVRIN_TIMESTAMP";
 
-Atom internAtom(Display* display, const char* name) {
-  // Xlib answers names it has seen on this connection from its cache.
-  return XInternAtom(display, name, False);
-}
-
 bool connectionBroken(Display* display) {
   return xcb_connection_has_error(xcbOf(display)) != 0;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "platform/x11/display.h"
 #include "platform/x11/xcb_util.h"
 
 namespace tovrin {
@@ -13,11 +14,6 @@ namespace {
 
 // Larger answers go by INCR; GTK uses the same bound.
 constexpr size_t kMaxChunkSize = 262144;
-
-Atom internAtom(Display* display, const char* name) {
-  // Xlib answers names it has seen on this connection from its cache.
-  return XInternAtom(display, name, False);
-}
 
 }  // namespace
 
