@@ -372,10 +372,21 @@ TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
     EXPECT_LT(elapsed, kPromptly);
     EXPECT_EQ(owner->requestsSeen(), asked);
 
-    // The application's copy is a new owner, read as usual.
+    // The application's copy is a new owner, read as usual, unless the
+    // flood on a busy machine has all but used up the pasteboard's budget:
+    // then the read ends with it.
     TestOwner copy(xvfb().display(), {{"UTF8_STRING", "copied"}});
     ASSERT_TRUE(copy.owns());
-    EXPECT_EQ(pasteboard->stringForType(PasteboardType::kString), "copied");
+    const bool budgetLeft = took + elapsed + kPromptly < kX11PasteboardReadBudget;
+    std::optional<std::string> copied;
+    milliseconds copyTook = timed(
+        [&] { copied = pasteboard->stringForType(PasteboardType::kString); });
+    if (budgetLeft) {
+      EXPECT_EQ(copied, "copied")
+          << "read after " << (took + elapsed).count() << " ms of reads";
+    } else {
+      EXPECT_LT(copyTook, kPromptly);
+    }
   }
 }
 

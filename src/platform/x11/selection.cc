@@ -110,7 +110,8 @@ SelectionConversion::Result resultOf(WaitResult wait) {
 // Receives the chunks of an INCR transfer whose announcement has just been
 // deleted (which asks the owner for the first chunk).
 SelectionConversion receiveIncr(Display* display, Window requestor,
-                                Atom property, ConversionDeadline& deadline) {
+                                Atom property, ConversionDeadline& deadline,
+                                size_t maxSize) {
   SelectionConversion conversion;
   Atom type = None;
   auto isNewValue = [requestor, property](const XEvent& event) {
@@ -130,13 +131,13 @@ SelectionConversion receiveIncr(Display* display, Window requestor,
     if (wait == WaitResult::kTimedOut) return abandon(resultOf(wait));
     if (wait != WaitResult::kEvent) return failure(resultOf(wait));
     auto chunk = readValuePart(display, requestor, property,
-                               kX11MaxValueSize - conversion.data.size());
+                               maxSize - conversion.data.size());
     if (!chunk) return failure(SelectionConversion::Result::kFailed);
     // The notice of a value that was already read (the announcement itself,
     // or a chunk read on an earlier notice) finds the property gone.
     if (!chunk->exists()) continue;
     if (!chunk->complete ||
-        chunk->data.size() > kX11MaxValueSize - conversion.data.size()) {
+        chunk->data.size() > maxSize - conversion.data.size()) {
       return abandon(SelectionConversion::Result::kTooLarge);
     }
     deadline.progressed();
@@ -193,7 +194,8 @@ std::vector<uint32_t> SelectionConversion::values32() const {
 SelectionConversion convertSelection(Display* display, Window requestor,
                                      Atom selection, Atom target,
                                      ConversionDeadline& deadline,
-                                     std::span<const Window> skippedOwners) {
+                                     std::span<const Window> skippedOwners,
+                                     size_t maxSize) {
   if (connectionBroken(display)) {
     return failure(SelectionConversion::Result::kFailed);
   }
@@ -237,12 +239,11 @@ SelectionConversion convertSelection(Display* display, Window requestor,
   }
   Atom answered = event.xselection.property;
   // Reading with delete also tells an INCR owner to send the first chunk.
-  auto value =
-      readValuePart(display, requestor, answered, kX11MaxValueSize);
+  auto value = readValuePart(display, requestor, answered, maxSize);
   if (!value || !value->exists()) {
     return answeredBy(failure(SelectionConversion::Result::kFailed));
   }
-  if (!value->complete || value->data.size() > kX11MaxValueSize) {
+  if (!value->complete || value->data.size() > maxSize) {
     abandonTransfer(display, requestor, answered);
     return answeredBy(failure(SelectionConversion::Result::kTooLarge));
   }
@@ -250,11 +251,12 @@ SelectionConversion convertSelection(Display* display, Window requestor,
     // The announced size is a lower bound: past the limit, no chunk is
     // worth waiting for.
     std::vector<uint32_t> size = value->values32();
-    if (!size.empty() && size[0] > kX11MaxValueSize) {
+    if (!size.empty() && size[0] > maxSize) {
       abandonTransfer(display, requestor, answered);
       return answeredBy(failure(SelectionConversion::Result::kTooLarge));
     }
-    return answeredBy(receiveIncr(display, requestor, answered, deadline));
+    return answeredBy(
+        receiveIncr(display, requestor, answered, deadline, maxSize));
   }
   SelectionConversion conversion;
   conversion.result = SelectionConversion::Result::kConverted;

@@ -72,7 +72,7 @@ struct SelectionConversion {
     kNoOwner,    // nobody owns the selection
     kRefused,    // the owner answered that it cannot convert (property None)
     kTimedOut,   // the owner did not answer before the deadline
-    kTooLarge,   // the value is larger than kX11MaxValueSize
+    kTooLarge,   // the value is larger than the limit
     kFailed,     // the answer was unreadable or the connection broke
   };
   Result result = Result::kFailed;
@@ -100,7 +100,7 @@ struct SelectionConversion {
 /// operation shares among its conversions; it is checked before every event
 /// is taken, so an owner that floods the connection is cut off on time too.
 ///
-/// A transfer that passes the deadline or kX11MaxValueSize is abandoned:
+/// A transfer that passes the deadline or `maxSize` is abandoned:
 /// the property is deleted and `requestor` stops selecting
 /// PropertyChangeMask, so that no more chunks are queued for this
 /// connection. The owner may still answer or send chunks later: after
@@ -113,8 +113,8 @@ struct SelectionConversion {
 /// owners the caller has given up on.
 SelectionConversion convertSelection(
     Display* display, Window requestor, Atom selection, Atom target,
-    ConversionDeadline& deadline,
-    std::span<const Window> skippedOwners = {});
+    ConversionDeadline& deadline, std::span<const Window> skippedOwners = {},
+    size_t maxSize = kX11MaxValueSize);
 
 /// The names of `atoms` in one round trip; nothing for an atom the server
 /// does not know (owners may send any number).
