@@ -53,16 +53,21 @@ class RealDesktopTest : public XvfbTest {
     return path;
   }
 
-  /// Starts `argv` and waits for its window; the window id, or 0.
+  /// Starts `argv` and waits for its window; the window id, or 0. An
+  /// `accessible` application registers on the accessibility bus, when
+  /// there is one.
   uint32_t startApplication(const std::vector<std::string>& argv,
-                            const std::string& wmClass) {
+                            const std::string& wmClass,
+                            bool accessible = false) {
     SpawnOptions options;
-    options.environment = {"NO_AT_BRIDGE=1",
-                           // No session bus: each test's editor runs alone
-                           // instead of handing its file to another's.
-                           "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
-                           "HOME=" + directory_.string(),
-                           "XDG_CONFIG_HOME=" + (directory_ / "config").string()};
+    options.environment = {
+        accessible ? "ACCESSIBILITY_ENABLED=1" : "NO_AT_BRIDGE=1",
+        // No session bus: each test's editor runs alone instead of handing
+        // its file to another's. An accessibility bus is found on the root
+        // window all the same.
+        "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
+        "HOME=" + directory_.string(),
+        "XDG_CONFIG_HOME=" + (directory_ / "config").string()};
     if (!xvfb().spawn(argv, options)) return 0;
     return visibleWindow(wmClass);
   }
@@ -112,15 +117,17 @@ class RealDesktopTest : public XvfbTest {
   /// Starts Chromium on a page of `html` and selects all of it, which puts
   /// `text` in PRIMARY.
   void startBrowserWithSelection(const std::string& html,
-                                 const std::string& text) {
+                                 const std::string& text,
+                                 bool accessible = false) {
     const std::string page = writeFile("page.html", html);
-    const uint32_t window = startApplication(
-        {"chromium", "--no-sandbox", "--no-first-run", "--disable-gpu",
-         "--disable-background-networking", "--disable-component-update",
-         "--disable-sync", "--password-store=basic",
-         "--user-data-dir=" + (directory_ / "chromium").string(),
-         "file://" + page},
-        "chromium");
+    std::vector<std::string> argv = {
+        "chromium", "--no-sandbox", "--no-first-run", "--disable-gpu",
+        "--disable-background-networking", "--disable-component-update",
+        "--disable-sync", "--password-store=basic",
+        "--user-data-dir=" + (directory_ / "chromium").string()};
+    if (accessible) argv.push_back("--force-renderer-accessibility");
+    argv.push_back("file://" + page);
+    const uint32_t window = startApplication(argv, "chromium", accessible);
     ASSERT_NE(window, 0u);
     // The page needs a moment to render before select-all finds its text.
     std::optional<std::string> selected;
@@ -164,10 +171,16 @@ class RealDesktopTest : public XvfbTest {
 
   /// Runs get-selection as a host does: both output streams read to their
   /// end through pipes.
-  Answer getSelection() {
+  Answer getSelection() { return runTovrin("get-selection"); }
+
+  /// Runs `command` as a host does, on this display unless `environment`
+  /// says otherwise (an empty value removes a variable).
+  Answer runTovrin(const std::string& command,
+                   std::map<std::string, std::string> environment = {}) {
+    environment.emplace("DISPLAY", xvfb().display());
     Answer result;
-    result.run = runProcess(TOVRIN_BINARY, {"tovrin", "get-selection"},
-                            {{"DISPLAY", xvfb().display()}}, 20s);
+    result.run =
+        runProcess(TOVRIN_BINARY, {"tovrin", command}, environment, 20s);
     EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
     EXPECT_EQ(result.run.exitStatus, 0);
     const auto lines = splitLines(result.run.standardOutput);

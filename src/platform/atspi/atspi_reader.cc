@@ -1,19 +1,21 @@
 #include "platform/atspi/atspi_reader.h"
 
+#include <algorithm>
 #include <deque>
 
 namespace tovrin {
 namespace {
+
+using std::chrono::nanoseconds;
 
 AXError errorFor(BusStatus status) {
   return status == BusStatus::kTimedOut ? kAXErrorCannotComplete
                                         : kAXErrorAPIDisabled;
 }
 
-bool hasFocus(const std::vector<uint32_t>& words) {
-  constexpr size_t word = kAtspiStateFocused / 32;
-  return words.size() > word &&
-         (words[word] & (1u << (kAtspiStateFocused % 32))) != 0;
+bool hasState(const std::vector<uint32_t>& words, int bit) {
+  const size_t word = static_cast<size_t>(bit) / 32;
+  return words.size() > word && (words[word] & (1u << (bit % 32))) != 0;
 }
 
 /// The focused element under `root`, found by walking the tree breadth
@@ -21,7 +23,7 @@ bool hasFocus(const std::vector<uint32_t>& words) {
 /// its tree can be large: the walk stops rather than spend the budget.
 BusReply<AccessibleRef> walkToFocus(AtspiBus& bus, const AccessibleRef& root,
                                     const AtspiReadLimits& limits,
-                                    std::chrono::nanoseconds deadline) {
+                                    nanoseconds deadline) {
   std::deque<std::pair<AccessibleRef, int>> queue = {{root, 0}};
   int visited = 0;
   while (!queue.empty() && visited < limits.maxNodes) {
@@ -31,7 +33,8 @@ BusReply<AccessibleRef> walkToFocus(AtspiBus& bus, const AccessibleRef& root,
     const auto states = bus.states(object, deadline);
     if (states.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
     // An object that vanished under the walk is passed over.
-    if (states.status == BusStatus::kOk && hasFocus(states.value)) {
+    if (states.status == BusStatus::kOk &&
+        hasState(states.value, kAtspiStateFocused)) {
       return {BusStatus::kOk, object};
     }
     if (depth >= limits.maxDepth) continue;
@@ -44,8 +47,42 @@ BusReply<AccessibleRef> walkToFocus(AtspiBus& bus, const AccessibleRef& root,
   return {BusStatus::kOk, AccessibleRef{}};
 }
 
+/// The top-level window of the application at `root` that has the
+/// keyboard; an empty path when none has.
+BusReply<AccessibleRef> activeWindow(AtspiBus& bus, const AccessibleRef& root,
+                                     const AtspiReadLimits& limits,
+                                     nanoseconds deadline) {
+  const auto windows = bus.children(root, deadline);
+  if (windows.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
+  int asked = 0;
+  for (const AccessibleRef& window : windows.value) {
+    if (asked++ == limits.maxFrames) break;
+    const auto states = bus.states(window, deadline);
+    if (states.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
+    if (states.status == BusStatus::kOk &&
+        hasState(states.value, kAtspiStateActive)) {
+      return {BusStatus::kOk, window};
+    }
+  }
+  return {BusStatus::kOk, AccessibleRef{}};
+}
+
+/// The focused element under `top`: through Collection where the
+/// application has it, else by walking.
+BusReply<AccessibleRef> focusUnder(AtspiBus& bus, const AccessibleRef& top,
+                                   const AtspiReadLimits& limits,
+                                   nanoseconds deadline) {
+  const auto found = bus.focusedDescendants(top, deadline);
+  if (found.status == BusStatus::kUnavailable) {
+    return walkToFocus(bus, top, limits, deadline);
+  }
+  if (found.status != BusStatus::kOk) return {found.status};
+  if (found.value.empty()) return {BusStatus::kOk, AccessibleRef{}};
+  return {BusStatus::kOk, found.value.front()};
+}
+
 std::string describe(AtspiBus& bus, const AccessibleRef& root,
-                     std::chrono::nanoseconds deadline) {
+                     nanoseconds deadline) {
   const auto name = bus.name(root, deadline);
   const auto toolkit = bus.toolkitName(root, deadline);
   std::string source = name.status == BusStatus::kOk && !name.value.empty()
@@ -57,11 +94,98 @@ std::string describe(AtspiBus& bus, const AccessibleRef& root,
   return source;
 }
 
+/// Gathers the selected text of an element. Web content keeps its blocks
+/// (paragraphs, list items) as children, each standing in the parent's
+/// text as one embedded-object character: those are replaced by the
+/// selected part of the object they stand for.
+class SelectedText {
+ public:
+  SelectedText(AtspiBus& bus, const AtspiReadLimits& limits,
+               nanoseconds deadline)
+      : bus_(bus), limits_(limits), deadline_(deadline) {}
+
+  /// Appends the text of each non-empty range of `object`, joined by line
+  /// breaks.
+  AXError appendRanges(const AccessibleRef& object,
+                       const std::vector<TextRange>& ranges, int depth,
+                       std::string& out) {
+    bool first = true;
+    for (const TextRange& range : ranges) {
+      if (range.second <= range.first && range.second != -1) continue;
+      if (!first) out += '\n';
+      first = false;
+      const AXError error = appendText(object, range, depth, out);
+      if (error != kAXErrorSuccess) return error;
+    }
+    return kAXErrorSuccess;
+  }
+
+ private:
+  AXError appendText(const AccessibleRef& object, TextRange range, int depth,
+                     std::string& out) {
+    const auto part = bus_.text(object, range, deadline_);
+    if (part.status != BusStatus::kOk) return errorFor(part.status);
+    const std::string_view text = part.value;
+    // Offsets count characters; a byte that does not continue a UTF-8
+    // sequence starts one (invalid bytes each count as one, as the
+    // repair to valid UTF-8 later makes them).
+    int32_t offset = range.first;
+    size_t copied = 0;
+    bool afterObject = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+      const auto byte = static_cast<unsigned char>(text[i]);
+      if ((byte & 0xC0) == 0x80) continue;
+      if (text.substr(i, kEmbeddedObjectCharacter.size()) ==
+          kEmbeddedObjectCharacter) {
+        if (i > copied) afterObject = false;
+        out.append(text.substr(copied, i - copied));
+        const AXError error =
+            appendEmbedded(object, offset, depth, afterObject, out);
+        if (error != kAXErrorSuccess) return error;
+        afterObject = true;
+        copied = i + kEmbeddedObjectCharacter.size();
+      }
+      ++offset;
+    }
+    out.append(text.substr(copied));
+    return kAXErrorSuccess;
+  }
+
+  /// Appends the selected text of the object embedded at `offset` of
+  /// `parent`; all of its text when it tells no selection of its own.
+  /// Objects side by side are blocks: a line break parts them.
+  AXError appendEmbedded(const AccessibleRef& parent, int32_t offset,
+                         int depth, bool afterObject, std::string& out) {
+    if (++embedded_ > limits_.maxEmbedded ||
+        depth >= limits_.maxEmbeddedDepth) {
+      return kAXErrorNoValue;
+    }
+    const auto child = bus_.embeddedObject(parent, offset, deadline_);
+    if (child.status == BusStatus::kTimedOut) return kAXErrorCannotComplete;
+    // An object without text of its own (an image) adds nothing.
+    if (child.status != BusStatus::kOk) return kAXErrorSuccess;
+    auto ranges = bus_.selections(child.value, deadline_);
+    if (ranges.status == BusStatus::kTimedOut) return kAXErrorCannotComplete;
+    if (ranges.status != BusStatus::kOk) return kAXErrorSuccess;
+    const bool selected = std::any_of(
+        ranges.value.begin(), ranges.value.end(),
+        [](const TextRange& range) { return range.second > range.first; });
+    if (!selected) ranges.value = {{0, -1}};
+    if (afterObject && !out.empty() && out.back() != '\n') out += '\n';
+    return appendRanges(child.value, ranges.value, depth + 1, out);
+  }
+
+  AtspiBus& bus_;
+  const AtspiReadLimits& limits_;
+  const nanoseconds deadline_;
+  int embedded_ = 0;
+};
+
 }  // namespace
 
-AtspiRead readSelectedText(AtspiBus& bus, pid_t pid,
+AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
                            const AtspiReadLimits& limits) {
-  const std::chrono::nanoseconds deadline = bus.now() + limits.budget;
+  const nanoseconds deadline = bus.now() + limits.budget;
   AtspiRead result;
 
   const auto applications = bus.applications(deadline);
@@ -77,52 +201,54 @@ AtspiRead readSelectedText(AtspiBus& bus, pid_t pid,
       result.error = kAXErrorCannotComplete;
       return result;
     }
+    if (!pid) {
+      candidates.push_back(application);
+      continue;
+    }
     const auto process = bus.processOf(application.bus, deadline);
-    if (process.status == BusStatus::kOk && process.value == pid) {
+    if (process.status == BusStatus::kOk && process.value == *pid) {
       candidates.push_back(application);
     }
   }
   // A process without an application on the bus has no accessibility.
   result.error = kAXErrorAPIDisabled;
   for (const AccessibleRef& root : candidates) {
-    auto focus = bus.focusedDescendants(root, deadline);
-    if (focus.status == BusStatus::kUnavailable) {
-      const auto walked = walkToFocus(bus, root, limits, deadline);
-      focus.status = walked.status;
-      focus.value.clear();
-      if (!walked.value.path.empty()) focus.value.push_back(walked.value);
+    // Each window keeps its focused widget: the active one's counts.
+    const auto window = activeWindow(bus, root, limits, deadline);
+    if (window.status == BusStatus::kTimedOut) {
+      // Unknown processes are asked in turn: a frozen one is passed over.
+      if (!pid) continue;
+      result.error = kAXErrorCannotComplete;
+      return result;
     }
+    if (window.value.path.empty() && !pid) continue;
+    const AccessibleRef& top = window.value.path.empty() ? root : window.value;
+    const auto focus = focusUnder(bus, top, limits, deadline);
     if (focus.status == BusStatus::kTimedOut) {
       result.error = kAXErrorCannotComplete;
       return result;
     }
-    if (focus.value.empty()) {
+    if (focus.value.path.empty()) {
       result.error = kAXErrorNoValue;
+      if (!pid) return result;
       continue;
     }
     result.source = describe(bus, root, deadline);
-    const AccessibleRef& element = focus.value.front();
+    const AccessibleRef& element = focus.value;
     const auto ranges = bus.selections(element, deadline);
     if (ranges.status != BusStatus::kOk) {
       result.error = errorFor(ranges.status);
       return result;
     }
     std::string text;
-    for (const TextRange& range : ranges.value) {
-      if (range.second <= range.first) continue;
-      const auto part = bus.text(element, range, deadline);
-      if (part.status != BusStatus::kOk) {
-        result.error = errorFor(part.status);
-        return result;
-      }
-      if (!text.empty()) text += '\n';
-      text += part.value;
-    }
+    result.error =
+        SelectedText(bus, limits, deadline).appendRanges(element, ranges.value,
+                                                         0, text);
+    if (result.error != kAXErrorSuccess) return result;
     if (text.empty()) {
       result.error = kAXErrorNoValue;
       return result;
     }
-    result.error = kAXErrorSuccess;
     result.text = std::move(text);
     return result;
   }

@@ -10,7 +10,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -80,6 +82,12 @@ class AtspiBus {
   /// Application.ToolkitName of the application whose root is `root`.
   virtual BusReply<std::string> toolkitName(
       const AccessibleRef& root, std::chrono::nanoseconds deadline) = 0;
+  /// The object that the embedded-object character at character `offset`
+  /// of `object`'s text stands for (Hypertext.GetLinkIndex, GetLink and
+  /// the link's Hyperlink.GetObject).
+  virtual BusReply<AccessibleRef> embeddedObject(
+      const AccessibleRef& object, int32_t offset,
+      std::chrono::nanoseconds deadline) = 0;
 };
 
 /// Limits of the search.
@@ -90,6 +98,14 @@ struct AtspiReadLimits {
   /// element of an application without Collection.
   int maxDepth = 24;
   int maxNodes = 400;
+  /// How many top-level windows of an application are asked whether they
+  /// are the active one.
+  int maxFrames = 16;
+  /// How many embedded objects (the paragraphs of a web page, say) a
+  /// selection may span, and how deeply they may nest. A selection beyond
+  /// that is left to the next source, which takes it whole.
+  int maxEmbedded = 256;
+  int maxEmbeddedDepth = 8;
 };
 
 /// What the read gave: the text, or why there is none.
@@ -105,12 +121,20 @@ struct AtspiRead {
   std::string source;
 };
 
-/// The state bit of a focused object (ATSPI_STATE_FOCUSED).
+/// The state bits of the window that has the keyboard (ATSPI_STATE_ACTIVE)
+/// and of a focused object (ATSPI_STATE_FOCUSED).
+inline constexpr int kAtspiStateActive = 1;
 inline constexpr int kAtspiStateFocused = 12;
 
-/// Reads the text selected in the focused element of the application of
-/// process `pid`.
-AtspiRead readSelectedText(AtspiBus& bus, pid_t pid,
+/// The character that stands for an embedded object in a text, U+FFFC.
+inline constexpr std::string_view kEmbeddedObjectCharacter = "\xEF\xBF\xBC";
+
+/// Reads the text selected in the focused element of the focused
+/// application: that of process `pid` when the caller knows it (X11 tells
+/// the focused window's process), else the one whose window is active
+/// (Wayland tells clients nothing of other clients). Within an
+/// application, the search starts from its active window when it has one.
+AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
                            const AtspiReadLimits& limits = {});
 
 }  // namespace tovrin

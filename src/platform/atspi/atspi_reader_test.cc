@@ -11,6 +11,25 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
+/// Characters `range.first` to `range.second` (-1: the end) of UTF-8
+/// `text`, as AT-SPI counts offsets.
+std::string characters(const std::string& text, TextRange range) {
+  std::vector<size_t> starts;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
+      starts.push_back(i);
+    }
+  }
+  starts.push_back(text.size());
+  const auto at = [&](int32_t offset) {
+    const size_t index = std::min<size_t>(offset, starts.size() - 1);
+    return starts[index];
+  };
+  const size_t begin = at(range.first);
+  const size_t end = range.second < 0 ? text.size() : at(range.second);
+  return text.substr(begin, end > begin ? end - begin : 0);
+}
+
 /// An accessibility bus held in memory. Every call costs `callCost` of its
 /// clock; a call to a frozen object waits until its deadline.
 class FakeAtspiBus : public AtspiBus {
@@ -22,6 +41,10 @@ class FakeAtspiBus : public AtspiBus {
     std::string text;
     std::vector<TextRange> selections;
     bool frozen = false;
+    bool active = false;  // a top-level window that has the keyboard
+    /// The objects that the embedded-object characters of `text` stand
+    /// for, by character offset.
+    std::map<int32_t, std::string> embedded;
   };
   struct Application {
     pid_t pid = 0;
@@ -62,8 +85,14 @@ class FakeAtspiBus : public AtspiBus {
       return {BusStatus::kTimedOut};
     }
     if (!application.hasCollection) return {};
-    for (const auto& [path, node] : application.nodes) {
+    // The first in tree order, under `root` only.
+    std::vector<std::string> stack = {root.path};
+    while (!stack.empty()) {
+      const std::string path = stack.back();
+      stack.pop_back();
+      const Node& node = application.nodes.at(path);
       if (node.focused) return {BusStatus::kOk, {{root.bus, path}}};
+      stack.insert(stack.end(), node.children.rbegin(), node.children.rend());
     }
     return {BusStatus::kOk, {}};
   }
@@ -89,6 +118,7 @@ class FakeAtspiBus : public AtspiBus {
     // Other states set around FOCUSED, as real objects have them.
     uint32_t word = (1u << 8) | (1u << 11);
     if (node->focused) word |= 1u << kAtspiStateFocused;
+    if (node->active) word |= 1u << kAtspiStateActive;
     return {BusStatus::kOk, {word, 0}};
   }
   BusReply<std::vector<TextRange>> selections(const AccessibleRef& object,
@@ -105,8 +135,7 @@ class FakeAtspiBus : public AtspiBus {
     const Node* node = find(object);
     if (!spend(deadline, false)) return {BusStatus::kTimedOut};
     if (node == nullptr || !node->hasText) return {};
-    return {BusStatus::kOk,
-            node->text.substr(range.first, range.second - range.first)};
+    return {BusStatus::kOk, characters(node->text, range)};
   }
   BusReply<std::string> name(const AccessibleRef& object,
                              nanoseconds deadline) override {
@@ -117,6 +146,16 @@ class FakeAtspiBus : public AtspiBus {
                                     nanoseconds deadline) override {
     if (!spend(deadline, false)) return {BusStatus::kTimedOut};
     return {BusStatus::kOk, applications_.at(root.bus).toolkit};
+  }
+  BusReply<AccessibleRef> embeddedObject(const AccessibleRef& object,
+                                         int32_t offset,
+                                         nanoseconds deadline) override {
+    const Node* node = find(object);
+    if (!spend(deadline, false)) return {BusStatus::kTimedOut};
+    if (node == nullptr) return {};
+    const auto link = node->embedded.find(offset);
+    if (link == node->embedded.end()) return {};
+    return {BusStatus::kOk, {object.bus, link->second}};
   }
 
   bool registryUp = true;
@@ -185,6 +224,99 @@ TEST(AtspiReaderTest, JoinsSeveralSelectionsAndSkipsEmptyOnes) {
   const AtspiRead read = readSelectedText(bus, 42);
   EXPECT_EQ(read.error, kAXErrorSuccess);
   EXPECT_EQ(read.text, "hello\nworld");
+}
+
+TEST(AtspiReaderTest, TheActiveWindowsFocusCountsAndWaylandFindsItsApplication) {
+  FakeAtspiBus bus;
+  // Two windows of one process, each with a focused text of its own.
+  FakeAtspiBus::Application& editor = addEditor(bus, ":1.7", 42, "first");
+  editor.nodes["/root"].children.push_back("/window2");
+  editor.nodes["/window2"].children = {"/view2"};
+  FakeAtspiBus::Node& view2 = editor.nodes["/view2"];
+  view2.focused = true;
+  view2.text = "second";
+  view2.selections = {{0, 6}};
+  // In tree order the first window's focus comes first.
+  EXPECT_EQ(readSelectedText(bus, 42).text, "first");
+  editor.nodes["/window2"].active = true;
+  EXPECT_EQ(readSelectedText(bus, 42).text, "second");
+
+  // No process known: the application with the active window answers.
+  addEditor(bus, ":1.9", 43, "other");
+  AtspiRead read = readSelectedText(bus, std::nullopt);
+  EXPECT_EQ(read.error, kAXErrorSuccess);
+  EXPECT_EQ(read.text, "second");
+  editor.nodes["/window2"].active = false;
+  bus.add(":1.9", 43).nodes["/window"].active = true;
+  read = readSelectedText(bus, std::nullopt);
+  EXPECT_EQ(read.text, "other");
+  EXPECT_EQ(read.source, ":1.9 (GTK)");
+  // None active: no application to ask.
+  bus.add(":1.9", 43).nodes["/window"].active = false;
+  read = readSelectedText(bus, std::nullopt);
+  EXPECT_EQ(read.error, kAXErrorAPIDisabled);
+  EXPECT_EQ(read.text, "");
+}
+
+/// A web page as Chromium shows it: the document holds its paragraphs as
+/// embedded objects, and a paragraph holds its link as one too.
+FakeAtspiBus::Application& addBrowser(FakeAtspiBus& bus) {
+  FakeAtspiBus::Application& browser = bus.add(":1.3", 50);
+  browser.name = "Chromium";
+  browser.toolkit = "Chromium";
+  browser.nodes["/root"].children = {"/document"};
+  FakeAtspiBus::Node& document = browser.nodes["/document"];
+  document.focused = true;
+  document.text = "\uFFFC\uFFFC\uFFFC";
+  document.selections = {{0, 3}};
+  document.embedded = {{0, "/p1"}, {1, "/image"}, {2, "/p2"}};
+  browser.nodes["/p1"].text = "First caf\u00e9";
+  browser.nodes["/p1"].selections = {{6, 10}};
+  browser.nodes["/image"].hasText = false;
+  FakeAtspiBus::Node& p2 = browser.nodes["/p2"];
+  p2.text = "Second \uFFFC line \U0001F600";
+  p2.selections = {{0, 15}};
+  p2.embedded = {{7, "/link"}};
+  // A link tells no selection of its own: all of it is inside.
+  browser.nodes["/link"].text = "bold";
+  return browser;
+}
+
+TEST(AtspiReaderTest, EmbeddedObjectsAreReplacedByTheirSelectedText) {
+  FakeAtspiBus bus;
+  addBrowser(bus);
+  AtspiRead read = readSelectedText(bus, 50);
+  EXPECT_EQ(read.error, kAXErrorSuccess);
+  EXPECT_EQ(read.text, "caf\u00e9\nSecond bold line \U0001F600");
+  EXPECT_EQ(read.source, "Chromium (Chromium)");
+
+  const std::pair<const char*, std::function<void(AtspiReadLimits&,
+                                                  FakeAtspiBus::Application&)>>
+      beyond[] = {
+          {"more objects than the limit",
+           [](AtspiReadLimits& limits, auto&) { limits.maxEmbedded = 3; }},
+          {"nested deeper than the limit",
+           [](AtspiReadLimits& limits, auto&) { limits.maxEmbeddedDepth = 1; }},
+          {"an object that stands for itself",
+           [](auto&, FakeAtspiBus::Application& browser) {
+             browser.nodes["/p2"].embedded[7] = "/p2";
+           }},
+      };
+  for (const auto& [name, setUp] : beyond) {
+    SCOPED_TRACE(name);
+    FakeAtspiBus page;
+    AtspiReadLimits limits;
+    setUp(limits, addBrowser(page));
+    read = readSelectedText(page, 50, limits);
+    // Left to the next source, which takes the selection whole.
+    EXPECT_EQ(read.error, kAXErrorNoValue);
+    EXPECT_EQ(read.text, "");
+  }
+
+  FakeAtspiBus frozen;
+  addBrowser(frozen).nodes["/link"].frozen = true;
+  read = readSelectedText(frozen, 50);
+  EXPECT_EQ(read.error, kAXErrorCannotComplete);
 }
 
 TEST(AtspiReaderTest, MapsEachFailureToItsResultCode) {
@@ -270,7 +402,8 @@ TEST(AtspiReaderTest, ASlowOrHugeTreeCostsBoundedTimeAndCalls) {
   const AtspiReadLimits limits;
   AtspiRead read = readSelectedText(bus, 42, limits);
   EXPECT_EQ(read.error, kAXErrorNoValue);
-  EXPECT_LE(bus.stateQueries, limits.maxNodes);
+  // The walk, and the look for the active window before it.
+  EXPECT_LE(bus.stateQueries, limits.maxNodes + 1);
 
   // Each answer slow: the read gives up at its budget.
   FakeAtspiBus slow;

@@ -76,6 +76,9 @@ constexpr const char* kRegistry = "org.a11y.atspi.Registry";
 constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 constexpr const char* kAccessible = "org.a11y.atspi.Accessible";
 constexpr const char* kText = "org.a11y.atspi.Text";
+constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
+constexpr const char* kA11yBus = "org.a11y.Bus";
+constexpr const char* kA11yBusPath = "/org/a11y/bus";
 
 std::chrono::nanoseconds monotonicNow() {
   timespec now{};
@@ -180,6 +183,17 @@ BusStatus callMethod(const SdBusLibrary& library, sd_bus* bus,
 
 int noArguments(sd_bus_message*) { return 0; }
 
+/// Reads an (so) reply: one object; false for the null object.
+bool readObject(const SdBusLibrary& library, sd_bus_message* message,
+                AccessibleRef& object) {
+  const char* bus = nullptr;
+  const char* path = nullptr;
+  if (library.read(message, "(so)", &bus, &path) <= 0) return false;
+  if (std::strcmp(path, "/org/a11y/atspi/null") == 0) return false;
+  object = {bus, path};
+  return true;
+}
+
 /// Reads an a(so) reply: a list of objects.
 bool readObjects(const SdBusLibrary& library, sd_bus_message* message,
                  std::vector<AccessibleRef>& objects) {
@@ -218,7 +232,7 @@ struct SdAtspiBus::Connection {
                                        std::chrono::nanoseconds deadline) {
     Message reply(*library);
     const BusStatus status = call(
-        object.bus, object.path, "org.freedesktop.DBus.Properties", "Get",
+        object.bus, object.path, kProperties, "Get",
         deadline, reply, [&](sd_bus_message* m) {
           return library->append(m, "ss", interface, property);
         });
@@ -228,6 +242,35 @@ struct SdAtspiBus::Connection {
     return {BusStatus::kOk, value};
   }
 };
+
+namespace {
+
+/// The session bus, ready; null when it is not there by `deadline`.
+std::unique_ptr<Bus> openSessionBus(const SdBusLibrary& library,
+                                    std::chrono::nanoseconds deadline) {
+  sd_bus* raw = nullptr;
+  if (library.openUser(&raw) < 0) return nullptr;
+  auto session = std::make_unique<Bus>(library, raw);
+  if (session->waitReady(deadline) != BusStatus::kOk) return nullptr;
+  return session;
+}
+
+}  // namespace
+
+BusStatus SdAtspiBus::enableToolkitAccessibility(
+    std::chrono::nanoseconds deadline) {
+  const auto library = SdBusLibrary::load();
+  if (!library) return BusStatus::kUnavailable;
+  const auto session = openSessionBus(*library, deadline);
+  if (!session) return BusStatus::kUnavailable;
+  Message reply(*library);
+  return callMethod(*library, session->get(), kA11yBus, kA11yBusPath,
+                    kProperties, "Set", deadline, reply,
+                    [&](sd_bus_message* m) {
+                      return library->append(m, "ssv", "org.a11y.Status",
+                                             "IsEnabled", "b", 1);
+                    });
+}
 
 std::unique_ptr<SdAtspiBus> SdAtspiBus::connect(
     const std::optional<std::string>& address,
@@ -241,13 +284,11 @@ std::unique_ptr<SdAtspiBus> SdAtspiBus::connect(
   if (address && !address->empty()) {
     busAddress = *address;
   } else {
-    sd_bus* raw = nullptr;
-    if (library.openUser(&raw) < 0) return nullptr;
-    const Bus session(library, raw);
-    if (session.waitReady(deadline) != BusStatus::kOk) return nullptr;
+    const auto session = openSessionBus(library, deadline);
+    if (!session) return nullptr;
     Message reply(library);
-    if (callMethod(library, session.get(), "org.a11y.Bus", "/org/a11y/bus",
-                   "org.a11y.Bus", "GetAddress", deadline, reply,
+    if (callMethod(library, session->get(), kA11yBus, kA11yBusPath, kA11yBus,
+                   "GetAddress", deadline, reply,
                    noArguments) != BusStatus::kOk) {
       return nullptr;
     }
@@ -404,6 +445,37 @@ BusReply<std::string> SdAtspiBus::toolkitName(
     const AccessibleRef& root, std::chrono::nanoseconds deadline) {
   return connection_->stringProperty(root, "org.a11y.atspi.Application",
                                      "ToolkitName", deadline);
+}
+
+BusReply<AccessibleRef> SdAtspiBus::embeddedObject(
+    const AccessibleRef& object, int32_t offset,
+    std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  Message index(library);
+  BusStatus status = connection_->call(
+      object.bus, object.path, "org.a11y.atspi.Hypertext", "GetLinkIndex",
+      deadline, index,
+      [&](sd_bus_message* m) { return library.append(m, "i", offset); });
+  if (status != BusStatus::kOk) return {status};
+  int32_t link = -1;
+  if (library.read(index.get(), "i", &link) < 0 || link < 0) return {};
+  Message linkReply(library);
+  status = connection_->call(
+      object.bus, object.path, "org.a11y.atspi.Hypertext", "GetLink", deadline,
+      linkReply,
+      [&](sd_bus_message* m) { return library.append(m, "i", link); });
+  if (status != BusStatus::kOk) return {status};
+  AccessibleRef hyperlink;
+  if (!readObject(library, linkReply.get(), hyperlink)) return {};
+  Message target(library);
+  status = connection_->call(
+      hyperlink.bus, hyperlink.path, "org.a11y.atspi.Hyperlink", "GetObject",
+      deadline, target,
+      [&](sd_bus_message* m) { return library.append(m, "i", 0); });
+  if (status != BusStatus::kOk) return {status};
+  BusReply<AccessibleRef> result{BusStatus::kOk};
+  if (!readObject(library, target.get(), result.value)) return {};
+  return result;
 }
 
 }  // namespace tovrin

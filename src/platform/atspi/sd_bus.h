@@ -30,6 +30,12 @@ class SdAtspiBus : public AtspiBus {
       const std::optional<std::string>& address,
       std::chrono::nanoseconds deadline);
   ~SdAtspiBus() override;
+
+  /// Turns on toolkit accessibility for the session (org.a11y.Status
+  /// IsEnabled on the session bus), so that applications started afterwards
+  /// expose their text. Never the screen-reader switch. kOk when it is on
+  /// now.
+  static BusStatus enableToolkitAccessibility(std::chrono::nanoseconds deadline);
   SdAtspiBus(const SdAtspiBus&) = delete;
   SdAtspiBus& operator=(const SdAtspiBus&) = delete;
 
@@ -52,6 +58,9 @@ class SdAtspiBus : public AtspiBus {
                              std::chrono::nanoseconds deadline) override;
   BusReply<std::string> toolkitName(const AccessibleRef& root,
                                     std::chrono::nanoseconds deadline) override;
+  BusReply<AccessibleRef> embeddedObject(
+      const AccessibleRef& object, int32_t offset,
+      std::chrono::nanoseconds deadline) override;
 
  private:
   struct Connection;

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "platform/atspi/atspi_reader.h"
-#include "platform/atspi/sd_bus.h"
+#include "platform/atspi/session.h"
 #include "rtf/rtf_to_html.h"
 #include "platform/x11/desktop.h"
 #include "platform/x11/keyboard.h"
@@ -31,7 +31,10 @@ namespace {
 /// an application window, or a text.
 class X11AXObject : public AXObject {
  public:
-  enum class Kind { kSystemWide, kWindow, kText };
+  /// kActiveApplication stands for the focused element when no X11 window
+  /// has the focus (a Wayland session, say): the accessibility bus knows
+  /// which application is active.
+  enum class Kind { kSystemWide, kWindow, kActiveApplication, kText };
 
   X11AXObject(Kind kind, Window window, std::string text = {})
       : kind_(kind), window_(window), text_(std::move(text)) {}
@@ -53,6 +56,10 @@ class X11EventSource : public EventSource {};
 
 /// The longest the direct read of PRIMARY may take in all.
 constexpr std::chrono::milliseconds kPrimaryReadTotal{1000};
+/// The longest an AT-SPI read may take, connecting included.
+constexpr std::chrono::milliseconds kAtspiReadBudget{500};
+/// How long the permission commands wait for the accessibility bus.
+constexpr std::chrono::milliseconds kAccessibilityBusTimeout{250};
 
 class X11Platform;
 
@@ -96,17 +103,28 @@ class X11Platform : public SystemPlatform {
     keystroke_.reset();
   }
 
-  // Accessibility. X11 has no permission to grant: tovrin can work when the
-  // display opens and offers XTEST for the synthetic key press, and there is
-  // no prompt to show.
+  // Accessibility. Linux has no permission to grant, and no prompt to show:
+  // tovrin can work when the display opens and offers XTEST for the
+  // synthetic key press, or when the accessibility bus answers.
   bool isProcessTrusted() override {
-    Display* display = this->display();
-    if (display == nullptr) return false;
-    int eventBase = 0, errorBase = 0, major = 0, minor = 0;
-    return XTestQueryExtension(display, &eventBase, &errorBase, &major,
-                               &minor) != 0;
+    if (Display* display = this->display()) {
+      int eventBase = 0, errorBase = 0, major = 0, minor = 0;
+      if (XTestQueryExtension(display, &eventBase, &errorBase, &major,
+                              &minor) != 0) {
+        return true;
+      }
+    }
+    return accessibility().reachable(kAccessibilityBusTimeout);
   }
-  bool isProcessTrustedWithPrompt() override { return isProcessTrusted(); }
+  /// Asking also turns on toolkit accessibility, so that applications
+  /// started from now on expose their text.
+  bool isProcessTrustedWithPrompt() override {
+    if (accessibility().enableToolkitAccessibility(kAccessibilityBusTimeout)) {
+      log("[tovrin] Accessibility: toolkit accessibility is on for "
+          "applications started from now on");
+    }
+    return isProcessTrusted();
+  }
 
   AXObjectHandle createSystemWideElement() override {
     return std::make_unique<X11AXObject>(X11AXObject::Kind::kSystemWide, 0);
@@ -117,17 +135,30 @@ class X11Platform : public SystemPlatform {
     const auto* object = dynamic_cast<const X11AXObject*>(&element);
     if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
     Display* display = this->display();
-    if (display == nullptr) return {kAXErrorAPIDisabled, nullptr};
     if (object->kind() == X11AXObject::Kind::kSystemWide &&
         attribute == "AXFocusedUIElement") {
-      const Window window = focusedWindow(display);
-      if (window == 0) return {kAXErrorNoValue, nullptr};
-      return {kAXErrorSuccess, std::make_unique<X11AXObject>(
-                                   X11AXObject::Kind::kWindow, window)};
+      const Window window = display ? focusedWindow(display) : 0;
+      if (window != 0) {
+        return {kAXErrorSuccess, std::make_unique<X11AXObject>(
+                                     X11AXObject::Kind::kWindow, window)};
+      }
+      if (accessibility().mayBeThere()) {
+        return {kAXErrorSuccess,
+                std::make_unique<X11AXObject>(
+                    X11AXObject::Kind::kActiveApplication, None)};
+      }
+      return {display ? kAXErrorNoValue : kAXErrorAPIDisabled, nullptr};
     }
-    if (object->kind() == X11AXObject::Kind::kWindow &&
-        attribute == "AXSelectedText") {
+    if (attribute != "AXSelectedText") {
+      return {kAXErrorAttributeUnsupported, nullptr};
+    }
+    if (object->kind() == X11AXObject::Kind::kWindow && display != nullptr) {
       return selectedTextOf(display, object->window());
+    }
+    if (object->kind() == X11AXObject::Kind::kActiveApplication) {
+      const AtspiRead read = readThroughAtspi(std::nullopt);
+      if (read.error != kAXErrorSuccess) return {read.error, nullptr};
+      return atspiText(read, None);
     }
     return {kAXErrorAttributeUnsupported, nullptr};
   }
@@ -244,15 +275,8 @@ class X11Platform : public SystemPlatform {
   AXAttributeResult selectedTextOf(Display* display, Window window) {
     const std::optional<pid_t> process = windowProcessId(display, window);
     if (process) {
-      const AtspiRead read = readThroughAtspi(display, *process);
-      if (read.error == kAXErrorSuccess) {
-        // The name is the application's own: escaped like any other.
-        log("[tovrin] Accessibility: read through AT-SPI from " +
-            escapeForLog(read.source));
-        return {kAXErrorSuccess,
-                std::make_unique<X11AXObject>(X11AXObject::Kind::kText, window,
-                                              toValidUtf8(read.text))};
-      }
+      const AtspiRead read = readThroughAtspi(process);
+      if (read.error == kAXErrorSuccess) return atspiText(read, window);
       // An application that did not answer in time would keep the PRIMARY
       // read waiting as well.
       if (read.error == kAXErrorCannotComplete) {
@@ -262,33 +286,31 @@ class X11Platform : public SystemPlatform {
     return primarySelectionOf(display, window, process);
   }
 
-  /// The selection of process `pid` over AT-SPI, within 500 ms in all.
-  AtspiRead readThroughAtspi(Display* display, pid_t pid) {
-    const std::chrono::nanoseconds start = monotonicNow();
-    std::optional<std::string> address;
-    if (const char* fromEnvironment = std::getenv("AT_SPI_BUS_ADDRESS")) {
-      address = fromEnvironment;
-    } else {
-      address = atspiBusProperty(display);
-    }
-    // Without any bus to ask, libsystemd is not worth loading.
-    if (!address && !sessionBusReachable()) return {};
-    const auto bus =
-        SdAtspiBus::connect(address, start + std::chrono::milliseconds(250));
-    if (!bus) return {};
-    AtspiReadLimits limits;
-    limits.budget = std::chrono::duration_cast<std::chrono::milliseconds>(
-        start + std::chrono::milliseconds(500) - monotonicNow());
-    return readSelectedText(*bus, pid, limits);
+  /// The text of a successful AT-SPI read, with the line that names its
+  /// source.
+  AXAttributeResult atspiText(const AtspiRead& read, Window window) {
+    // The name is the application's own: escaped like any other.
+    log("[tovrin] Accessibility: read through AT-SPI from " +
+        escapeForLog(read.source));
+    return {kAXErrorSuccess,
+            std::make_unique<X11AXObject>(X11AXObject::Kind::kText, window,
+                                          toValidUtf8(read.text))};
   }
 
-  /// Whether a session bus may be there: sd-bus looks for it at
-  /// DBUS_SESSION_BUS_ADDRESS, else at $XDG_RUNTIME_DIR/bus.
-  static bool sessionBusReachable() {
-    if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return true;
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    return runtime != nullptr &&
-           access((std::string(runtime) + "/bus").c_str(), F_OK) == 0;
+  /// The selection of process `pid` (the active application when none is
+  /// given) over AT-SPI, within 500 ms in all.
+  AtspiRead readThroughAtspi(std::optional<pid_t> pid) {
+    return accessibility().readSelection(pid, kAtspiReadBudget);
+  }
+
+  /// The accessibility bus of this session, looked for on first use.
+  const AccessibilitySession& accessibility() {
+    if (!accessibility_) {
+      Display* display = this->display();
+      accessibility_.emplace(display ? atspiBusProperty(display)
+                                     : std::nullopt);
+    }
+    return *accessibility_;
   }
 
   /// The accessibility bus address that at-spi-bus-launcher publishes on
@@ -378,6 +400,7 @@ class X11Platform : public SystemPlatform {
   }
 
   bool connectionTried_ = false;
+  std::optional<AccessibilitySession> accessibility_;
   std::unique_ptr<SelectionConnection> connection_;
   std::unique_ptr<CopyKeystroke> keystroke_;
   std::shared_ptr<Pasteboard> pasteboard_;
