@@ -12,7 +12,7 @@ ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
   clang libclang-rt-14-dev libgtest-dev nlohmann-json3-dev \
   xvfb xauth x11-utils x11-xkb-utils xclip xsel xdotool \
   matchbox-window-manager mousepad chromium pcmanfm abiword xterm \
-  xfce4-clipman dbus at-spi2-core
+  xfce4-clipman dbus at-spi2-core gnome-text-editor featherpad
 
 jobs=$(nproc)
 sanitize() {  # sanitize NAME FLAGS: a clang build dir with those sanitizers

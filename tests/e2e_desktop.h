@@ -61,13 +61,18 @@ class RealDesktopTest : public XvfbTest {
                             bool accessible = false) {
     SpawnOptions options;
     options.environment = {
-        accessible ? "ACCESSIBILITY_ENABLED=1" : "NO_AT_BRIDGE=1",
-        // No session bus: each test's editor runs alone instead of handing
-        // its file to another's. An accessibility bus is found on the root
-        // window all the same.
-        "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
+        "DBUS_SESSION_BUS_ADDRESS=" + sessionBus_,
         "HOME=" + directory_.string(),
-        "XDG_CONFIG_HOME=" + (directory_ / "config").string()};
+        "XDG_CONFIG_HOME=" + (directory_ / "config").string(),
+        // GTK 4 and Qt take Wayland when they see it.
+        "GDK_BACKEND=x11", "QT_QPA_PLATFORM=xcb"};
+    if (accessible) {
+      options.environment.insert(options.environment.end(),
+                                 {"ACCESSIBILITY_ENABLED=1",
+                                  "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"});
+    } else {
+      options.environment.push_back("NO_AT_BRIDGE=1");
+    }
     if (!xvfb().spawn(argv, options)) return 0;
     return visibleWindow(wmClass);
   }
@@ -194,6 +199,9 @@ class RealDesktopTest : public XvfbTest {
   }
 
   std::filesystem::path directory_;
+  /// The session bus of the applications. None by default: each test's
+  /// editor runs alone instead of handing its file to another's.
+  std::string sessionBus_ = "unix:path=/nonexistent";
 };
 
 inline const json kNothing = {{"success", false},

@@ -8,6 +8,9 @@ namespace {
 
 using std::chrono::nanoseconds;
 
+/// How many focused objects are asked for a text before giving up.
+constexpr int kMaxFocusedObjects = 4;
+
 AXError errorFor(BusStatus status) {
   return status == BusStatus::kTimedOut ? kAXErrorCannotComplete
                                         : kAXErrorAPIDisabled;
@@ -18,34 +21,48 @@ bool hasState(const std::vector<uint32_t>& words, int bit) {
   return words.size() > word && (words[word] & (1u << (bit % 32))) != 0;
 }
 
-/// The focused element under `root`, found by walking the tree breadth
-/// first within the limits. An application without Collection is rare and
+/// The focused objects under `top`, walked breadth first within the
+/// limits, one at a time. An application without Collection is rare and
 /// its tree can be large: the walk stops rather than spend the budget.
-BusReply<AccessibleRef> walkToFocus(AtspiBus& bus, const AccessibleRef& root,
-                                    const AtspiReadLimits& limits,
-                                    nanoseconds deadline) {
-  std::deque<std::pair<AccessibleRef, int>> queue = {{root, 0}};
-  int visited = 0;
-  while (!queue.empty() && visited < limits.maxNodes) {
-    auto [object, depth] = std::move(queue.front());
-    queue.pop_front();
-    ++visited;
-    const auto states = bus.states(object, deadline);
-    if (states.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
-    // An object that vanished under the walk is passed over.
-    if (states.status == BusStatus::kOk &&
-        hasState(states.value, kAtspiStateFocused)) {
-      return {BusStatus::kOk, object};
+class FocusWalk {
+ public:
+  FocusWalk(AtspiBus& bus, const AccessibleRef& top,
+            const AtspiReadLimits& limits, nanoseconds deadline)
+      : bus_(bus), limits_(limits), deadline_(deadline), queue_{{top, 0}} {}
+
+  /// The next focused object; an empty path when there is none left.
+  BusReply<AccessibleRef> next() {
+    while (!queue_.empty() && visited_ < limits_.maxNodes) {
+      auto [object, depth] = std::move(queue_.front());
+      queue_.pop_front();
+      ++visited_;
+      const auto states = bus_.states(object, deadline_);
+      if (states.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
+      if (depth < limits_.maxDepth) {
+        const auto children = bus_.children(object, deadline_);
+        if (children.status == BusStatus::kTimedOut) {
+          return {BusStatus::kTimedOut};
+        }
+        for (const AccessibleRef& child : children.value) {
+          queue_.emplace_back(child, depth + 1);
+        }
+      }
+      // An object that vanished under the walk is passed over.
+      if (states.status == BusStatus::kOk &&
+          hasState(states.value, kAtspiStateFocused)) {
+        return {BusStatus::kOk, object};
+      }
     }
-    if (depth >= limits.maxDepth) continue;
-    const auto children = bus.children(object, deadline);
-    if (children.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
-    for (const AccessibleRef& child : children.value) {
-      queue.emplace_back(child, depth + 1);
-    }
+    return {BusStatus::kOk, AccessibleRef{}};
   }
-  return {BusStatus::kOk, AccessibleRef{}};
-}
+
+ private:
+  AtspiBus& bus_;
+  const AtspiReadLimits& limits_;
+  const nanoseconds deadline_;
+  std::deque<std::pair<AccessibleRef, int>> queue_;
+  int visited_ = 0;
+};
 
 /// The top-level window of the application at `root` that has the
 /// keyboard; an empty path when none has.
@@ -67,19 +84,31 @@ BusReply<AccessibleRef> activeWindow(AtspiBus& bus, const AccessibleRef& root,
   return {BusStatus::kOk, AccessibleRef{}};
 }
 
-/// The focused element under `top`: through Collection where the
-/// application has it, else by walking.
-BusReply<AccessibleRef> focusUnder(AtspiBus& bus, const AccessibleRef& top,
-                                   const AtspiReadLimits& limits,
-                                   nanoseconds deadline) {
-  const auto found = bus.focusedDescendants(top, deadline);
-  if (found.status == BusStatus::kUnavailable) {
-    return walkToFocus(bus, top, limits, deadline);
+/// The focused objects under `top`, in tree order: through Collection
+/// where the application has it, else by walking.
+class FocusSearch {
+ public:
+  FocusSearch(AtspiBus& bus, const AccessibleRef& top,
+              const AtspiReadLimits& limits, nanoseconds deadline)
+      : matches_(bus.focusedDescendants(top, deadline)) {
+    if (matches_.status == BusStatus::kUnavailable) {
+      walk_.emplace(bus, top, limits, deadline);
+    }
   }
-  if (found.status != BusStatus::kOk) return {found.status};
-  if (found.value.empty()) return {BusStatus::kOk, AccessibleRef{}};
-  return {BusStatus::kOk, found.value.front()};
-}
+
+  /// The next focused object; an empty path when there is none left.
+  BusReply<AccessibleRef> next() {
+    if (walk_) return walk_->next();
+    if (matches_.status != BusStatus::kOk) return {matches_.status};
+    if (index_ == matches_.value.size()) return {BusStatus::kOk};
+    return {BusStatus::kOk, matches_.value[index_++]};
+  }
+
+ private:
+  BusReply<std::vector<AccessibleRef>> matches_;
+  std::optional<FocusWalk> walk_;
+  size_t index_ = 0;
+};
 
 std::string describe(AtspiBus& bus, const AccessibleRef& root,
                      nanoseconds deadline) {
@@ -223,27 +252,40 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
     }
     if (window.value.path.empty() && !pid) continue;
     const AccessibleRef& top = window.value.path.empty() ? root : window.value;
-    const auto focus = focusUnder(bus, top, limits, deadline);
-    if (focus.status == BusStatus::kTimedOut) {
-      result.error = kAXErrorCannotComplete;
-      return result;
+    // The focused element is the first focused object with a text: some
+    // toolkits (Qt) also mark the current tab of a tab bar focused.
+    FocusSearch search(bus, top, limits, deadline);
+    AccessibleRef element;
+    BusReply<std::vector<TextRange>> ranges;
+    result.error = kAXErrorNoValue;
+    for (int tried = 0; tried < kMaxFocusedObjects && element.path.empty();
+         ++tried) {
+      const auto focus = search.next();
+      if (focus.status == BusStatus::kTimedOut) {
+        result.error = kAXErrorCannotComplete;
+        return result;
+      }
+      if (focus.value.path.empty()) break;
+      ranges = bus.selections(focus.value, deadline);
+      if (ranges.status == BusStatus::kTimedOut) {
+        result.error = kAXErrorCannotComplete;
+        return result;
+      }
+      // Focused, but no text to select in.
+      if (ranges.status != BusStatus::kOk) {
+        result.error = kAXErrorAPIDisabled;
+        continue;
+      }
+      element = focus.value;
     }
-    if (focus.value.path.empty()) {
-      result.error = kAXErrorNoValue;
-      if (!pid) return result;
+    if (element.path.empty()) {
+      if (!pid || result.error != kAXErrorNoValue) return result;
       continue;
     }
     result.source = describe(bus, root, deadline);
-    const AccessibleRef& element = focus.value;
-    const auto ranges = bus.selections(element, deadline);
-    if (ranges.status != BusStatus::kOk) {
-      result.error = errorFor(ranges.status);
-      return result;
-    }
     std::string text;
-    result.error =
-        SelectedText(bus, limits, deadline).appendRanges(element, ranges.value,
-                                                         0, text);
+    result.error = SelectedText(bus, limits, deadline)
+                       .appendRanges(element, ranges.value, 0, text);
     if (result.error != kAXErrorSuccess) return result;
     if (text.empty()) {
       result.error = kAXErrorNoValue;

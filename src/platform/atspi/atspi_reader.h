@@ -61,8 +61,9 @@ class AtspiBus {
   /// The process that owns the connection `busName`.
   virtual BusReply<pid_t> processOf(const std::string& busName,
                                     std::chrono::nanoseconds deadline) = 0;
-  /// The descendants of `root` in the FOCUSED state, as Collection finds
-  /// them; kUnavailable when `root` has no Collection.
+  /// The first few descendants of `root` in the FOCUSED state, in tree
+  /// order, as Collection finds them; kUnavailable when `root` has no
+  /// Collection.
   virtual BusReply<std::vector<AccessibleRef>> focusedDescendants(
       const AccessibleRef& root, std::chrono::nanoseconds deadline) = 0;
   virtual BusReply<std::vector<AccessibleRef>> children(

@@ -85,16 +85,17 @@ class FakeAtspiBus : public AtspiBus {
       return {BusStatus::kTimedOut};
     }
     if (!application.hasCollection) return {};
-    // The first in tree order, under `root` only.
+    // The first four in tree order, under `root` only.
+    std::vector<AccessibleRef> found;
     std::vector<std::string> stack = {root.path};
-    while (!stack.empty()) {
+    while (!stack.empty() && found.size() < 4) {
       const std::string path = stack.back();
       stack.pop_back();
       const Node& node = application.nodes.at(path);
-      if (node.focused) return {BusStatus::kOk, {{root.bus, path}}};
+      if (node.focused) found.push_back({root.bus, path});
       stack.insert(stack.end(), node.children.rbegin(), node.children.rend());
     }
-    return {BusStatus::kOk, {}};
+    return {BusStatus::kOk, found};
   }
   BusReply<std::vector<AccessibleRef>> children(
       const AccessibleRef& object, nanoseconds deadline) override {
@@ -214,6 +215,23 @@ TEST(AtspiReaderTest, ReadsTheFocusedElementOfTheFocusedProcessOnly) {
     EXPECT_EQ(read.error, kAXErrorSuccess);
     EXPECT_EQ(read.text, "world");
     EXPECT_EQ(read.source, ":1.7 (GTK)");
+  }
+}
+
+TEST(AtspiReaderTest, AFocusedObjectWithoutTextIsPassedOver) {
+  for (const bool collection : {true, false}) {
+    SCOPED_TRACE(collection ? "with Collection" : "by walking the tree");
+    FakeAtspiBus bus;
+    // Qt marks the current tab of a tab bar focused too, ahead of the text.
+    FakeAtspiBus::Application& editor = addEditor(bus, ":1.7", 42, "world");
+    editor.hasCollection = collection;
+    editor.nodes["/window"].children.insert(
+        editor.nodes["/window"].children.begin(), "/tab");
+    editor.nodes["/tab"].focused = true;
+    editor.nodes["/tab"].hasText = false;
+    const AtspiRead read = readSelectedText(bus, 42);
+    EXPECT_EQ(read.error, kAXErrorSuccess);
+    EXPECT_EQ(read.text, "world");
   }
 }
 

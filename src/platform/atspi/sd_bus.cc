@@ -347,11 +347,11 @@ BusReply<std::vector<AccessibleRef>> SdAtspiBus::focusedDescendants(
       reply, [&](sd_bus_message* m) {
         // Objects in every state of {FOCUSED}, with every attribute, role
         // and interface of the empty sets (match type ALL is 1); sorted in
-        // tree order (1); the first one; through all descendants.
+        // tree order (1); the first four; through all descendants.
         return library.append(
             m, "(aiia{ss}iaiiasib)uib", 2,
             static_cast<int32_t>(1u << kAtspiStateFocused), 0, 1, 0, 1, 0, 1,
-            0, 1, 0, 1u, 1, 1);
+            0, 1, 0, 1u, 4, 1);
       });
   if (status != BusStatus::kOk) return {status};
   BusReply<std::vector<AccessibleRef>> result{BusStatus::kOk};
