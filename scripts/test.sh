@@ -4,7 +4,8 @@
 # against real applications on private X servers, the same unit tests under
 # AddressSanitizer with UndefinedBehaviorSanitizer and the concurrent parts
 # under ThreadSanitizer, a short fuzzing run of the RTF converter, and the
-# type-check of the macOS backend. Any failure or finding fails the run.
+# type-check of the macOS backend, and the Debian package with its manual
+# page. Any failure or finding fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
@@ -12,7 +13,8 @@ ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
   clang libclang-rt-14-dev libgtest-dev nlohmann-json3-dev \
   xvfb xauth x11-utils x11-xkb-utils xclip xsel xdotool \
   matchbox-window-manager mousepad chromium pcmanfm abiword xterm \
-  xfce4-clipman dbus at-spi2-core gnome-text-editor featherpad
+  xfce4-clipman dbus at-spi2-core gnome-text-editor featherpad \
+  nodejs python3 jq dpkg-dev groff-base mandoc
 
 jobs=$(nproc)
 sanitize() {  # sanitize NAME FLAGS: a clang build dir with those sanitizers
@@ -57,3 +59,6 @@ build/fuzz/rtf_to_html_fuzz -max_total_time=30 -max_len=8192 \
 echo "== the macOS backend, type-checked against the declared Apple interfaces"
 bash tests/macos/typecheck.sh
 bash tests/macos/typecheck.sh --self-test
+
+echo "== the Debian package, the manual page and the install"
+bash scripts/package_test.sh
