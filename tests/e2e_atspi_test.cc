@@ -220,10 +220,11 @@ TEST_F(GetSelectionOverAtspiTest, AFrozenApplicationCostsItsDeadlinesOnly) {
                      "] [tovrin] Accessibility: Could not get selected text "
                      "(error: -25204)\n"))
       << result.run.standardError;
-  // Half a second is its budget; a call without a deadline waits 25 s.
+  // Half a second is its budget, with room for a busy machine; a call
+  // without a deadline waits 25 s.
   const auto seconds = accessibilitySeconds(result);
   ASSERT_TRUE(seconds) << result.run.standardError;
-  EXPECT_LT(*seconds, 1.0);
+  EXPECT_LT(*seconds, 2.0);
   EXPECT_EQ(readSelection("clipboard"), "saved text");
 }
 
