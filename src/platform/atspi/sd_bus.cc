@@ -80,12 +80,6 @@ constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 constexpr const char* kA11yBus = "org.a11y.Bus";
 constexpr const char* kA11yBusPath = "/org/a11y/bus";
 
-std::chrono::nanoseconds monotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::chrono::seconds(now.tv_sec) +
-         std::chrono::nanoseconds(now.tv_nsec);
-}
 
 /// A bus connection, closed and released on every path.
 class Bus {
@@ -476,6 +470,13 @@ BusReply<AccessibleRef> SdAtspiBus::embeddedObject(
   BusReply<AccessibleRef> result{BusStatus::kOk};
   if (!readObject(library, target.get(), result.value)) return {};
   return result;
+}
+
+std::chrono::nanoseconds monotonicNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::chrono::seconds(now.tv_sec) +
+         std::chrono::nanoseconds(now.tv_nsec);
 }
 
 }  // namespace tovrin

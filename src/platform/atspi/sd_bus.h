@@ -15,6 +15,9 @@
 
 namespace tovrin {
 
+/// The monotonic clock that the deadlines of bus calls are measured on.
+std::chrono::nanoseconds monotonicNow();
+
 /// The functions of sd-bus that tovrin calls, resolved from libsystemd.
 struct SdBusLibrary;
 

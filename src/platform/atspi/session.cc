@@ -1,6 +1,5 @@
 #include "platform/atspi/session.h"
 
-#include <time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,12 +9,6 @@
 namespace tovrin {
 namespace {
 
-std::chrono::nanoseconds monotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::chrono::seconds(now.tv_sec) +
-         std::chrono::nanoseconds(now.tv_nsec);
-}
 
 /// Whether a session bus may be there: sd-bus looks for it at
 /// DBUS_SESSION_BUS_ADDRESS, else at $XDG_RUNTIME_DIR/bus.
