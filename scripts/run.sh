@@ -7,7 +7,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" xvfb xauth x11-utils xclip \
-  xdotool matchbox-window-manager mousepad chromium pcmanfm
+  xdotool matchbox-window-manager mousepad chromium pcmanfm \
+  sway wtype wl-clipboard jq gnome-text-editor
 
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DTOVRIN_TESTS=OFF >/dev/null
@@ -67,3 +68,18 @@ files=$(visible_window pcmanfm)
 select_all "$files"
 sleep 0.5
 get_selection
+
+echo
+echo "== The same tovrin on Wayland: a headless sway"
+# sway refuses to run as root: as root, the Wayland part runs as an
+# unprivileged user of its own (made if missing), with the same binary.
+desktop_cleanup
+trap - EXIT
+if [ "$(id -u)" -eq 0 ]; then
+  source scripts/test_user.sh
+  ensure_test_user
+  runuser -u "$TOVRIN_TEST_USER" -- env PATH="$PATH" LANG=C.UTF-8 \
+    bash scripts/wayland_demo.sh "$tovrin"
+else
+  bash scripts/wayland_demo.sh "$tovrin"
+fi

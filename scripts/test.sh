@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds tovrin with g++ and with clang, warnings as errors, and runs every
 # test: the unit tests on the fake desktop, the X11 backend and the binary
-# against real applications on private X servers, the same unit tests under
+# against real applications on private X servers and on a private headless
+# sway (as the unprivileged user tovrin-test, created when missing: sway
+# refuses to run as root), the same unit tests under
 # AddressSanitizer with UndefinedBehaviorSanitizer and the concurrent parts
 # under ThreadSanitizer, a short fuzzing run of the RTF converter, and the
 # type-check of the macOS backend, and the Debian package with its manual
@@ -14,6 +16,7 @@ ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
   xvfb xauth x11-utils x11-xkb-utils xclip xsel xdotool \
   matchbox-window-manager mousepad chromium pcmanfm abiword xterm \
   xfce4-clipman dbus at-spi2-core gnome-text-editor featherpad \
+  sway foot wl-clipboard wtype weston \
   nodejs python3 jq dpkg-dev groff-base mandoc
 
 jobs=$(nproc)

@@ -5,53 +5,22 @@
 // and the built tovrin started as a host starts it.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "process.h"
+#include "e2e_host.h"
 #include "xvfb_session.h"
 
 namespace tovrin::testing {
 
-using nlohmann::json;
-using namespace std::chrono_literals;
-
-class RealDesktopTest : public XvfbTest {
+class RealDesktopTest : public XvfbTest, protected TovrinHost {
  protected:
-  RealDesktopTest() {
-    xvfbOptions_.windowManager = true;
-    directory_ = std::filesystem::temp_directory_path() /
-                 ("tovrin-e2e-" + std::to_string(getpid()) + "-" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(directory_);
-  }
-  ~RealDesktopTest() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
-  }
-
-  /// Skips the test when `program` is not installed.
-  bool requireProgram(const std::string& program) {
-    for (const char* dir : {"/usr/bin/", "/usr/local/bin/", "/bin/"}) {
-      if (access((dir + program).c_str(), X_OK) == 0) return true;
-    }
-    return false;
-  }
-
-  std::string writeFile(const std::string& name, const std::string& content) {
-    const auto path = directory_ / name;
-    std::ofstream(path) << content;
-    return path;
-  }
+  RealDesktopTest() { xvfbOptions_.windowManager = true; }
 
   /// Starts `argv` and waits for its window; the window id, or 0. An
   /// `accessible` application registers on the accessibility bus, when
@@ -169,11 +138,6 @@ class RealDesktopTest : public XvfbTest {
     ASSERT_TRUE(waitForSelection(selection, text));
   }
 
-  struct Answer {
-    ProcessResult run;
-    json answer;
-  };
-
   /// Runs get-selection as a host does: both output streams read to their
   /// end through pipes.
   Answer getSelection() { return runTovrin("get-selection"); }
@@ -183,29 +147,13 @@ class RealDesktopTest : public XvfbTest {
   Answer runTovrin(const std::string& command,
                    std::map<std::string, std::string> environment = {}) {
     environment.emplace("DISPLAY", xvfb().display());
-    Answer result;
-    result.run =
-        runProcess(TOVRIN_BINARY, {"tovrin", command}, environment, 20s);
-    EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
-    EXPECT_EQ(result.run.exitStatus, 0);
-    const auto lines = splitLines(result.run.standardOutput);
-    EXPECT_EQ(lines.size(), 1u) << result.run.standardOutput;
-    if (!lines.empty()) result.answer = json::parse(lines[0]);
-    return result;
+    return runTovrinWith(command, environment);
   }
 
-  bool logged(const Answer& answer, const std::string& text) {
-    return answer.run.standardError.find(text) != std::string::npos;
-  }
-
-  std::filesystem::path directory_;
   /// The session bus of the applications. None by default: each test's
   /// editor runs alone instead of handing its file to another's.
   std::string sessionBus_ = "unix:path=/nonexistent";
 };
-
-inline const json kNothing = {{"success", false},
-                              {"error", "No text selected or could not copy"}};
 
 }  // namespace tovrin::testing
 

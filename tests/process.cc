@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 extern char** environ;
 
@@ -170,6 +171,38 @@ std::vector<std::string> splitLines(const std::string& text) {
     start = end + 1;
   }
   return lines;
+}
+
+bool killOnceReached(
+    const std::function<void(const std::function<void()>& killHere)>& work,
+    std::chrono::milliseconds timeout) {
+  int ready[2];
+  if (pipe(ready) != 0) return false;
+  const pid_t child = fork();
+  if (child < 0) {
+    close(ready[0]);
+    close(ready[1]);
+    return false;
+  }
+  if (child == 0) {
+    close(ready[0]);
+    work([&] {
+      if (write(ready[1], "r", 1) == 1) std::this_thread::sleep_for(timeout);
+      _exit(0);
+    });
+    _exit(1);
+  }
+  close(ready[1]);
+  pollfd entry = {ready[0], POLLIN, 0};
+  char byte = 0;
+  const bool reached =
+      poll(&entry, 1, static_cast<int>(timeout.count())) == 1 &&
+      read(ready[0], &byte, 1) == 1;
+  close(ready[0]);
+  kill(child, SIGKILL);
+  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return reached;
 }
 
 }  // namespace tovrin::testing

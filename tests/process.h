@@ -2,6 +2,7 @@
 #define TOVRIN_TESTS_PROCESS_H_
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -53,6 +54,15 @@ ProcessResult runProcess(
 
 /// Each line of `text`, without its line feed.
 std::vector<std::string> splitLines(const std::string& text);
+
+/// Runs `work` in a child process forked from this one and kills that with
+/// SIGKILL, as a host's timeout kills a run in the middle of its work, once
+/// it calls the function it is given: there the child waits to be killed.
+/// False when the child did not get there within `timeout`; it is killed
+/// all the same.
+bool killOnceReached(
+    const std::function<void(const std::function<void()>& killHere)>& work,
+    std::chrono::milliseconds timeout);
 
 }  // namespace tovrin::testing
 

@@ -16,6 +16,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/session_processes.h"
+
 namespace tovrin::testing {
 
 /// How an XvfbSession starts.
@@ -28,35 +30,10 @@ struct XvfbOptions {
   std::chrono::milliseconds startTimeout{10000};
 };
 
-/// How XvfbSession starts a program.
-struct SpawnOptions {
-  /// "NAME=value" entries added to (or replacing) the inherited
-  /// environment; DISPLAY is always this session's.
-  std::vector<std::string> environment;
-  /// Standard input's content; /dev/null when absent.
-  std::optional<std::string> input;
-  /// Keeps standard output for output(); /dev/null otherwise.
-  bool captureOutput = false;
-  /// Lets standard error through to the test's; /dev/null otherwise.
-  bool showErrors = false;
-};
-
-/// The end of a process: its exit code, or 128 + the signal that ended it.
-struct ProcessExit {
-  int code = 0;
-  bool signaled = false;
-};
-
-/// What a program run to its end gave.
-struct RunResult {
-  ProcessExit exit;
-  std::string output;
-};
-
 /// An Xvfb server and the processes started on it. While it lives, DISPLAY
 /// names its display in this process's environment. Create and destroy it on
 /// the same thread (the started processes end when that thread does).
-class XvfbSession {
+class XvfbSession : public SessionProcesses {
  public:
   /// Starts Xvfb on a display it picks (-displayfd) and waits until it is
   /// ready; null, with the reason in `error`, when it cannot.
@@ -76,30 +53,6 @@ class XvfbSession {
   const std::string& display() const { return display_; }
   pid_t serverPid() const { return serverPid_; }
 
-  /// Starts `argv` (argv[0] looked up in PATH) in a process group of its
-  /// own; its pid, or nothing when it could not be started.
-  std::optional<pid_t> spawn(const std::vector<std::string>& argv,
-                             const SpawnOptions& options = {});
-  /// Waits for a process started here to end and reaps it; nothing when it
-  /// still runs at the deadline. (Its group is still ended at the end.)
-  std::optional<ProcessExit> waitForExit(pid_t pid,
-                                         std::chrono::milliseconds timeout);
-  /// Reads a process's captured output until it closes it or the deadline
-  /// passes, whichever comes first.
-  std::string output(pid_t pid, std::chrono::milliseconds timeout);
-  /// Runs `argv` to its end with captured output; nothing when it did not
-  /// end within `timeout` (it is then ended).
-  std::optional<RunResult> run(const std::vector<std::string>& argv,
-                               std::chrono::milliseconds timeout,
-                               SpawnOptions options = {});
-  /// Sends `signalNumber` to a process started here.
-  bool signal(pid_t pid, int signalNumber);
-  /// Ends a process started here and its group: SIGTERM (and SIGCONT, for a
-  /// stopped one), SIGKILL after a grace period; then reaps it.
-  void terminate(pid_t pid);
-  /// Whether a process started here is still running (not yet reaped).
-  bool running(pid_t pid);
-
   /// The first window whose WM_CLASS instance or class is `wmClass`;
   /// nothing at the deadline.
   std::optional<uint32_t> waitForWindow(std::string_view wmClass,
@@ -109,21 +62,12 @@ class XvfbSession {
   void stopServer();
 
  private:
-  struct Child {
-    pid_t pid = -1;
-    int outputFd = -1;
-    std::optional<ProcessExit> exit;  // once reaped
-  };
-
   XvfbSession() = default;
-  Child* find(pid_t pid);
-  void endProcess(Child& child);
 
   std::string display_;
   pid_t serverPid_ = -1;
   std::optional<std::string> previousDisplay_;
   bool displayVariableSet_ = false;
-  std::vector<Child> children_;
   /// The lock file that keeps the display number after stopServer().
   std::string heldLock_;
 };
@@ -140,10 +84,6 @@ class XvfbTest : public ::testing::Test {
   XvfbOptions xvfbOptions_;
   std::unique_ptr<XvfbSession> xvfb_;
 };
-
-/// Whether the process `pid` (not necessarily our child) has ended: it is
-/// gone or only a zombie is left of it.
-bool processEnded(pid_t pid);
 
 }  // namespace tovrin::testing
 

@@ -6,8 +6,10 @@
 // Every operation is shaped after the system call it stands for on macOS
 // (Accessibility, CoreGraphics events, AppKit's pasteboard, Foundation), so
 // the logic above reads the same on every backend. Backends: macOS
-// (platform_mac.mm), X11 (platform_x11.cc), and the fake desktop that the
-// tests drive. Each backend file defines `createPlatform()`; CMake picks one.
+// (mac/platform.mm), X11 (x11/platform.cc), Wayland on wlroots compositors
+// (wayland/platform.cc), and the fake desktop that the tests drive.
+// `createPlatform()` is defined by mac/platform.mm, and on Linux by
+// linux/create_platform.cc, which picks Wayland or X11 when tovrin starts.
 //
 // Objects that a "Create" or "Copy" operation hands out are owned through
 // std::unique_ptr handles: the caller releases them by letting the handle go,

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "platform/system.h"
+#include "tests/process.h"
 #include "tests/x11/clipboard_fixture.h"
 #include "tests/x11/test_owner.h"
 
@@ -38,6 +39,7 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 using tovrin::testing::ClipboardX11Test;
 using tovrin::testing::FakeClipboardManager;
+using tovrin::testing::killOnceReached;
 using tovrin::testing::processEnded;
 using tovrin::testing::Strings;
 using tovrin::testing::timed;
@@ -278,17 +280,12 @@ enum class KilledAt { kBeforeTheClear, kWithKeysDown, kAfterTheKeys };
 /// holding a copy-run lock in `lockDirectory`, and kills it with SIGKILL.
 void runCopyAndKill(const std::string& display, KilledAt stage,
                     const std::string& lockDirectory) {
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    close(ready[0]);
+  const auto run = [&](const std::function<void()>& killHere) {
     setenv("XDG_RUNTIME_DIR", lockDirectory.c_str(), 1);
     auto lock = lockUserFile("copy.lock", milliseconds(0));
     auto pasteboard = createX11Pasteboard(display);
     Display* keys = XOpenDisplay(display.c_str());
-    if (!lock || !pasteboard || keys == nullptr) _exit(1);
+    if (!lock || !pasteboard || keys == nullptr) return;
     pasteboard->shareCopyLock(lock->fd());
     pasteboard->guardString("user text");
     if (stage != KilledAt::kBeforeTheClear) {
@@ -308,16 +305,10 @@ void runCopyAndKill(const std::string& display, KilledAt stage,
         pasteboard->keysReleased();
       }
     }
-    if (write(ready[1], "r", 1) != 1) _exit(1);
-    pause();
-    _exit(0);
-  }
-  close(ready[1]);
-  pollfd entry = {ready[0], POLLIN, 0};
-  EXPECT_EQ(poll(&entry, 1, 10000), 1) << "the run never got there";
-  close(ready[0]);
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
+    killHere();
+  };
+  EXPECT_TRUE(killOnceReached(run, milliseconds(10000)))
+      << "the run never got there";
 }
 
 /// Waits, as the next copy run does, for the lock of runs in `directory`.

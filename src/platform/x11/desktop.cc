@@ -4,9 +4,7 @@
 #include <xcb/res.h>
 #include <xcb/xcb.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
 #include <vector>
 
 #include "platform/x11/xcb_util.h"
@@ -54,14 +52,6 @@ Window clientWindowOf(Display* display, Window window) {
     window = parentOf(display, window).value_or(0);
   }
   return 0;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
 }
 
 }  // namespace
@@ -167,36 +157,9 @@ uint64_t modifierFlagsFromMask(unsigned int mask) {
   return flags;
 }
 
-CopyShortcut copyShortcutFor(const std::optional<WindowClass>& names) {
-  if (!names) return CopyShortcut::kControlC;
-  // xterm and the rxvt family interrupt their program on Ctrl+C and on
-  // Ctrl+Shift+C alike, and have no copy key: the selection is in PRIMARY.
-  static constexpr std::string_view kNoCopyKey[] = {
-      "xterm", "uxterm", "rxvt", "urxvt", "urxvt-unicode", "mrxvt",
-      "aterm", "eterm",  "xvt",  "9term", "koi8rxterm",   "lxterm"};
-  static constexpr std::string_view kControlShiftC[] = {
-      "gnome-terminal", "gnome-terminal-server", "xfce4-terminal",
-      "konsole",        "kitty",                 "alacritty",
-      "st",             "st-256color",           "terminator",
-      "tilix",          "lxterminal",            "mate-terminal",
-      "sakura",         "terminology",           "guake",
-      "tilda",          "qterminal",             "foot",
-      "footclient",     "org.wezfurlong.wezterm", "wezterm",
-      "roxterm",        "termite",               "kgx",
-      "org.gnome.console", "org.gnome.ptyxis",   "ptyxis",
-      "cool-retro-term", "yakuake",             "deepin-terminal",
-      "terminal",       "x-terminal-emulator",   "contour",
-      "ghostty",        "com.mitchellh.ghostty", "rio",
-      "blackbox",       "com.raggesilver.blackbox"};
-  const auto matches = [&](const auto& list) {
-    return std::any_of(std::begin(list), std::end(list), [&](std::string_view n) {
-      return equalsIgnoringCase(names->instance, n) ||
-             equalsIgnoringCase(names->className, n);
-    });
-  };
-  if (matches(kNoCopyKey)) return CopyShortcut::kNone;
-  if (matches(kControlShiftC)) return CopyShortcut::kControlShiftC;
-  return CopyShortcut::kControlC;
+CopyShortcut copyShortcutFor(const std::optional<WindowClass>& windowClass) {
+  if (!windowClass) return CopyShortcut::kControlC;
+  return copyShortcutFor({windowClass->instance, windowClass->className});
 }
 
 }  // namespace tovrin

@@ -17,6 +17,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/copy_shortcut.h"
+
 namespace tovrin {
 
 /// The application window that has the keyboard focus: the window manager's
@@ -52,14 +54,8 @@ uint64_t currentModifierFlags(Display* display);
 /// Mod5 have no flag.
 uint64_t modifierFlagsFromMask(unsigned int mask);
 
-/// How a terminal emulator wants the copy shortcut, by its WM_CLASS.
-enum class CopyShortcut {
-  kControlC,       // ordinary applications
-  kControlShiftC,  // terminals that bind Ctrl+Shift+C to copy
-  kNone,           // terminals without a copy key: it would interrupt the
-                   // program running in them, and their selection is in
-                   // PRIMARY already
-};
+/// The copy shortcut of the application with `windowClass`, by both of its
+/// names; kControlC without WM_CLASS.
 CopyShortcut copyShortcutFor(const std::optional<WindowClass>& windowClass);
 
 }  // namespace tovrin

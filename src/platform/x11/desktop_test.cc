@@ -19,67 +19,22 @@
 #include "tests/xvfb_session.h"
 
 namespace tovrin {
-
-// Found by GoogleTest through the type's namespace, for readable failures.
-void PrintTo(CopyShortcut shortcut, std::ostream* out) {
-  switch (shortcut) {
-    case CopyShortcut::kControlC:
-      *out << "Ctrl+C";
-      return;
-    case CopyShortcut::kControlShiftC:
-      *out << "Ctrl+Shift+C";
-      return;
-    case CopyShortcut::kNone:
-      *out << "no keystroke";
-      return;
-  }
-}
-
 namespace {
 
 using tovrin::testing::mapTestWindow;
 using tovrin::testing::WindowPlace;
 using tovrin::testing::XvfbTest;
 
-TEST(CopyShortcutTest, TerminalsGetTheirCopyKeyOrNone) {
-  struct Case {
-    std::optional<WindowClass> names;
-    CopyShortcut expected;
-  };
-  const Case cases[] = {
-      // Terminals that copy with Ctrl+Shift+C, matched by either name and
-      // whatever the case.
-      {WindowClass{"gnome-terminal-server", "Gnome-terminal"},
-       CopyShortcut::kControlShiftC},
-      {WindowClass{"xfce4-terminal", "Xfce4-terminal"},
-       CopyShortcut::kControlShiftC},
-      {WindowClass{"konsole", "konsole"}, CopyShortcut::kControlShiftC},
-      {WindowClass{"Alacritty", "Alacritty"}, CopyShortcut::kControlShiftC},
-      {WindowClass{"st-256color", "St"}, CopyShortcut::kControlShiftC},
-      {WindowClass{"org.wezfurlong.wezterm", "org.wezfurlong.wezterm"},
-       CopyShortcut::kControlShiftC},
-      {WindowClass{"", "KGX"}, CopyShortcut::kControlShiftC},
-      {WindowClass{"main", "kitty"}, CopyShortcut::kControlShiftC},
-      // xterm and the rxvt family: no key at all.
-      {WindowClass{"xterm", "XTerm"}, CopyShortcut::kNone},
-      {WindowClass{"uxterm", "UXTerm"}, CopyShortcut::kNone},
-      {WindowClass{"urxvt", "URxvt"}, CopyShortcut::kNone},
-      {WindowClass{"rxvt", "Rxvt"}, CopyShortcut::kNone},
-      {WindowClass{"urxvt-unicode", ""}, CopyShortcut::kNone},
-      // Everything else, also names that only contain a terminal's.
-      {WindowClass{"mousepad", "Mousepad"}, CopyShortcut::kControlC},
-      {WindowClass{"chromium (/root/.config/chromium)", "Chromium"},
-       CopyShortcut::kControlC},
-      {WindowClass{"xterm-notes", "Xterm-notes"}, CopyShortcut::kControlC},
-      {WindowClass{"kittycat", "Stack"}, CopyShortcut::kControlC},
-      {WindowClass{"", ""}, CopyShortcut::kControlC},
-      {std::nullopt, CopyShortcut::kControlC},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.names ? c.names->instance + "/" + c.names->className
-                         : std::string("no WM_CLASS"));
-    EXPECT_EQ(copyShortcutFor(c.names), c.expected);
-  }
+TEST(CopyShortcutTest, EitherNameOfTheWindowClassTells) {
+  // Which names are terminals' is tested with the lookup by names; here,
+  // that the instance and the class each count.
+  EXPECT_TRUE(copyShortcutFor(WindowClass{"urxvt-unicode", ""}) ==
+              CopyShortcut::kNone);
+  EXPECT_TRUE(copyShortcutFor(WindowClass{"main", "kitty"}) ==
+              CopyShortcut::kControlShiftC);
+  EXPECT_TRUE(copyShortcutFor(WindowClass{"mousepad", "Mousepad"}) ==
+              CopyShortcut::kControlC);
+  EXPECT_TRUE(copyShortcutFor(std::nullopt) == CopyShortcut::kControlC);
 }
 
 TEST(ModifierFlagsTest, EachX11ModifierHasItsFlag) {

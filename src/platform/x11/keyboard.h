@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/x11/desktop.h"
+#include "platform/linux/copy_shortcut.h"
 
 namespace tovrin {
 

@@ -10,8 +10,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/linux/formats.h"
 #include "platform/x11/clipboard_server.h"
-#include "platform/x11/formats.h"
 #include "platform/x11/selection.h"
 #include "platform/x11/selection_server.h"
 #include "text/text.h"
@@ -195,7 +195,9 @@ struct X11PasteboardState {
 
   /// The process that will serve the write-back, started if need be.
   ServerProcess* server() {
-    if (!nextServer) nextServer = ServerProcess::start(displayName, copyLockFd);
+    if (!nextServer) {
+      nextServer = startX11ClipboardServer(displayName, copyLockFd);
+    }
     return nextServer.get();
   }
 };
@@ -477,7 +479,7 @@ bool X11Pasteboard::setString(std::string_view text, PasteboardType type) {
     Outcome outcome = server ? server->serve(text) : Outcome::kGone;
     // One started long ago may have given up waiting: then a new one.
     if (outcome == Outcome::kGone) {
-      server = ServerProcess::start(state->displayName, state->copyLockFd);
+      server = startX11ClipboardServer(state->displayName, state->copyLockFd);
       if (server) outcome = server->serve(text);
     }
     served = outcome == Outcome::kOwns;

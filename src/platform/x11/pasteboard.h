@@ -103,7 +103,7 @@ class X11Pasteboard : public Pasteboard {
   /// connection) owns CLIPBOARD with `text` and serves it until another
   /// client takes it or the display goes away; a clipboard manager, if one
   /// runs, is asked to save it. Returns once that process owns CLIPBOARD;
-  /// false when it could not within kX11ConversionTimeout.
+  /// false when it could not within kServerReplyTimeout.
   bool setString(std::string_view text, PasteboardType type) override;
 
   /// Tells the serving process that `keys` are about to be pressed, and

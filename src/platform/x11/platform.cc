@@ -14,6 +14,8 @@
 
 #include "platform/atspi/atspi_reader.h"
 #include "platform/atspi/session.h"
+#include "platform/linux/empty_pasteboard.h"
+#include "platform/x11/platform.h"
 #include "rtf/rtf_to_html.h"
 #include "platform/x11/desktop.h"
 #include "platform/x11/keyboard.h"
@@ -195,7 +197,7 @@ class X11Platform : public SystemPlatform {
       x11Pasteboard_ = pasteboard.get();
       pasteboard_ = std::move(pasteboard);
     }
-    if (!pasteboard_) pasteboard_ = std::make_shared<NoPasteboard>();
+    if (!pasteboard_) pasteboard_ = std::make_shared<EmptyPasteboard>();
     return pasteboard_;
   }
 
@@ -229,32 +231,6 @@ class X11Platform : public SystemPlatform {
    private:
     std::unique_ptr<FileLock> lock_;
     X11Pasteboard* pasteboard_;
-  };
-
-  /// A pasteboard for a display that does not open: it holds nothing and
-  /// takes nothing.
-  class NoPasteboard : public Pasteboard {
-   public:
-    std::optional<std::vector<std::string>> types() override { return {}; }
-    std::optional<std::string> stringForType(PasteboardType) override {
-      return {};
-    }
-    std::optional<std::string> dataForType(PasteboardType) override {
-      return {};
-    }
-    std::optional<PropertyList> propertyListForType(std::string_view) override {
-      return {};
-    }
-    std::optional<std::vector<PasteboardURLObject>> readFileURLObjects()
-        override {
-      return {};
-    }
-    std::optional<std::vector<PasteboardItem>> pasteboardItems() override {
-      return {};
-    }
-    void guardString(std::string_view) override {}
-    void clearContents() override {}
-    bool setString(std::string_view, PasteboardType) override { return false; }
   };
 
   /// The display named by the environment, opened on first use: commands
@@ -409,7 +385,7 @@ class X11Platform : public SystemPlatform {
 
 }  // namespace
 
-std::unique_ptr<Platform> createPlatform() {
+std::unique_ptr<Platform> createX11Platform() {
   return std::make_unique<X11Platform>();
 }
 

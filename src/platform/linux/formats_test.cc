@@ -1,4 +1,4 @@
-#include "platform/x11/formats.h"
+#include "platform/linux/formats.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,10 @@
-#ifndef TOVRIN_PLATFORM_X11_FORMATS_H_
-#define TOVRIN_PLATFORM_X11_FORMATS_H_
+#ifndef TOVRIN_PLATFORM_LINUX_FORMATS_H_
+#define TOVRIN_PLATFORM_LINUX_FORMATS_H_
 
-// What CLIPBOARD owners send, turned into what the pasteboard hands out, and
-// the text this process serves under STRING. Pure functions of bytes.
+// Clipboard data as both Linux backends receive it, by MIME type: what an X11
+// selection owner or a Wayland data offer sends, turned into what the
+// pasteboard hands out, and the text this process serves under X11's STRING.
+// Pure functions of bytes.
 
 #include <string>
 #include <string_view>
@@ -42,4 +44,4 @@ std::string latin1IfRepresentable(std::string_view text);
 
 }  // namespace tovrin
 
-#endif  // TOVRIN_PLATFORM_X11_FORMATS_H_
+#endif  // TOVRIN_PLATFORM_LINUX_FORMATS_H_

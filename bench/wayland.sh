@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# What the copy path costs on a headless sway, beside the same on X11
+# (bench/selection.sh): gnome-text-editor's selection copied through the
+# data-control clipboard, beyond the pauses the copy is made of (0.05 s
+# before clearing, 0.15 s after the keystroke and 0.05 s before giving the
+# clipboard text back). sway does not run as root: as root, the run goes
+# through the unprivileged user tovrin-test, made if missing.
+#   bench/wayland.sh [RUNS]   (default 50)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+runs=${1:-50}
+if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
+  source scripts/packages.sh
+  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" sway wtype wl-clipboard jq \
+    gnome-text-editor
+  cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
+  cmake --build build/bench --target tovrin time_commands >/dev/null
+  if [ "$(id -u)" -eq 0 ]; then
+    source scripts/test_user.sh
+    ensure_test_user
+    exec runuser -u "$TOVRIN_TEST_USER" -- env TOVRIN_BENCH_INNER=1 \
+      PATH="$PATH" LANG=C.UTF-8 bash "$0" "$runs"
+  fi
+fi
+tovrin=$PWD/build/bench/tovrin
+time_commands=$PWD/build/bench/time_commands
+
+source scripts/wayland_desktop.sh
+start_compositor
+echo "== copy path on sway: gnome-text-editor's selection"
+printf 'A selection of a few words in an editor.' >"$WAYLAND_DIR/note.txt"
+wayland_start gnome-text-editor --standalone "$WAYLAND_DIR/note.txt"
+wait_for_app gnome-text-editor
+sleep 1
+press_ctrl a
+sleep 0.3
+printf 'saved text' | timeout 5 wl-copy
+"$tovrin" get-selection 2>/dev/null | grep -q '"success":true' ||
+  { echo "the copy did not work" >&2; exit 1; }
+"$time_commands" "$runs" "/bin/true" "$tovrin get-selection" |
+  awk '{ print }
+       /get-selection/ { printf "  above the 250 ms of pauses: %.1f ms\n", $(NF-4) - 250 }'

@@ -1,0 +1,25 @@
+// The backend of a Linux desktop: Wayland when WAYLAND_DISPLAY names a
+// compositor that answers, else X11 (which also serves XWayland-only
+// sessions and machines without a display, where AT-SPI may still answer).
+
+#include <cstdlib>
+#include <memory>
+
+#include "platform/platform.h"
+#include "platform/wayland/connection.h"
+#include "platform/wayland/platform.h"
+#include "platform/x11/platform.h"
+
+namespace tovrin {
+
+std::unique_ptr<Platform> createPlatform() {
+  const char* wayland = std::getenv("WAYLAND_DISPLAY");
+  if (wayland != nullptr && wayland[0] != '\0') {
+    if (auto connection = WaylandConnection::open({})) {
+      return createWaylandPlatform(std::move(connection));
+    }
+  }
+  return createX11Platform();
+}
+
+}  // namespace tovrin

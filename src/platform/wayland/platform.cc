@@ -1,0 +1,282 @@
+// The Wayland backend, for wlroots compositors: AT-SPI for the direct read,
+// a virtual keyboard for the copy shortcut, the data-control clipboard for
+// the pasteboard, and the compositor's list of windows for the frontmost
+// application. Wayland does not tell which client owns PRIMARY, so PRIMARY
+// never stands for the focused application's selection here.
+
+#include "platform/wayland/platform.h"
+
+#include <cctype>
+#include <memory>
+#include <string>
+
+#include "platform/atspi/session.h"
+#include "platform/linux/empty_pasteboard.h"
+#include "platform/system.h"
+#include "platform/wayland/connection.h"
+#include "platform/wayland/keyboard.h"
+#include "platform/wayland/pasteboard.h"
+#include "platform/wayland/toplevels.h"
+#include "rtf/rtf_to_html.h"
+#include "text/text.h"
+#include "text/url_uriparser.h"
+
+namespace tovrin {
+namespace {
+
+/// The longest an AT-SPI read may take, connecting included.
+constexpr std::chrono::milliseconds kAtspiReadBudget{500};
+/// How long the permission commands wait for the accessibility bus.
+constexpr std::chrono::milliseconds kAccessibilityBusTimeout{250};
+
+constexpr char kDataControl[] = "zwlr_data_control_manager_v1";
+constexpr char kVirtualKeyboard[] = "zwp_virtual_keyboard_manager_v1";
+
+/// The system-wide element, the active application, or a text.
+class WaylandAXObject : public AXObject {
+ public:
+  enum class Kind { kSystemWide, kActiveApplication, kText };
+  explicit WaylandAXObject(Kind kind, std::string text = {})
+      : kind_(kind), text_(std::move(text)) {}
+  std::optional<std::string> stringValue() const override {
+    if (kind_ != Kind::kText) return std::nullopt;
+    return text_;
+  }
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+  std::string text_;
+};
+
+class WaylandEventSource : public EventSource {};
+
+/// A key event of the copy shortcut: the key-down presses it, the key-up
+/// releases it. The pasteboard's serving process hears of both, to release
+/// the keys should this process die in between.
+class WaylandKeyboardEvent : public KeyboardEvent {
+ public:
+  WaylandKeyboardEvent(WaylandCopyKeystroke& keystroke,
+                       WaylandPasteboard& pasteboard, bool keyDown)
+      : keystroke_(keystroke), pasteboard_(pasteboard), keyDown_(keyDown) {}
+
+  void setFlags(uint64_t flags) override { flags_ = flags; }
+  void post(int) override {
+    // The events of the copy shortcut carry Command alone; others are not
+    // ours to send.
+    if (flags_ != kEventFlagMaskCommand) return;
+    if (keyDown_) {
+      pasteboard_.keysPressed(keystroke_.shortcutKeys());
+      keystroke_.press();
+    } else {
+      keystroke_.release();
+      pasteboard_.keysReleased();
+    }
+  }
+
+ private:
+  WaylandCopyKeystroke& keystroke_;
+  WaylandPasteboard& pasteboard_;
+  bool keyDown_;
+  uint64_t flags_ = 0;
+};
+
+class WaylandPlatform : public SystemPlatform {
+ public:
+  explicit WaylandPlatform(std::unique_ptr<WaylandConnection> connection)
+      : connection_(std::move(connection)),
+        socket_(waylandSocketPath({})),
+        accessibility_(std::nullopt) {}
+  ~WaylandPlatform() override {
+    // Keys still down are released before the connection closes.
+    keystroke_.reset();
+  }
+
+  // Accessibility. tovrin can work when the compositor lets it own the
+  // clipboard and type the copy shortcut, or when the accessibility bus
+  // answers.
+  bool isProcessTrusted() override {
+    if (copyProtocolsOffered()) return true;
+    return accessibility_.reachable(kAccessibilityBusTimeout);
+  }
+  /// Asking also turns on toolkit accessibility, so that applications
+  /// started from now on expose their text.
+  bool isProcessTrustedWithPrompt() override {
+    if (accessibility_.enableToolkitAccessibility(kAccessibilityBusTimeout)) {
+      log("[tovrin] Accessibility: toolkit accessibility is on for "
+          "applications started from now on");
+    }
+    return isProcessTrusted();
+  }
+
+  AXObjectHandle createSystemWideElement() override {
+    return std::make_unique<WaylandAXObject>(WaylandAXObject::Kind::kSystemWide);
+  }
+
+  AXAttributeResult copyAttributeValue(const AXObject& element,
+                                       std::string_view attribute) override {
+    const auto* object = dynamic_cast<const WaylandAXObject*>(&element);
+    if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
+    if (object->kind() == WaylandAXObject::Kind::kSystemWide &&
+        attribute == "AXFocusedUIElement") {
+      // The accessibility bus knows which application is active.
+      if (!accessibility_.mayBeThere()) return {kAXErrorAPIDisabled, nullptr};
+      return {kAXErrorSuccess, std::make_unique<WaylandAXObject>(
+                                   WaylandAXObject::Kind::kActiveApplication)};
+    }
+    if (object->kind() != WaylandAXObject::Kind::kActiveApplication ||
+        attribute != "AXSelectedText") {
+      return {kAXErrorAttributeUnsupported, nullptr};
+    }
+    const AtspiRead read =
+        accessibility_.readSelection(std::nullopt, kAtspiReadBudget);
+    if (read.error != kAXErrorSuccess) return {read.error, nullptr};
+    // The name is the application's own: escaped like any other.
+    log("[tovrin] Accessibility: read through AT-SPI from " +
+        escapeForLog(read.source));
+    return {kAXErrorSuccess,
+            std::make_unique<WaylandAXObject>(WaylandAXObject::Kind::kText,
+                                              toValidUtf8(read.text))};
+  }
+
+  std::optional<std::string> frontmostApplicationBundleIdentifier() override {
+    if (!frontmostAsked_) {
+      frontmostAsked_ = true;
+      frontmost_ = activatedToplevel(
+                       *connection_,
+                       std::chrono::steady_clock::now() + kWaylandReplyTimeout)
+                       .appId;
+    }
+    return frontmost_;
+  }
+
+  /// The compositor tells the modifier state only to the focused client.
+  /// The virtual keyboard's modifiers are its own, so the keys the user
+  /// holds elsewhere do not join the shortcut.
+  uint64_t modifierFlags() override { return 0; }
+
+  EventSourceHandle createEventSource(int) override {
+    return std::make_unique<WaylandEventSource>();
+  }
+
+  KeyboardEventHandle createKeyboardEvent(EventSource*, uint16_t virtualKey,
+                                          bool keyDown) override {
+    if (virtualKey != kVirtualKeyC) return nullptr;
+    // Without the clipboard, a copy would only overwrite the user's text.
+    generalPasteboard();
+    if (waylandPasteboard_ == nullptr) return nullptr;
+    if (!keystrokePrepared_) {
+      keystrokePrepared_ = true;
+      const std::optional<std::string> appId =
+          frontmostApplicationBundleIdentifier();
+      const std::string name = appId.value_or("");
+      keystroke_ = WaylandCopyKeystroke::prepare(*connection_,
+                                                 copyShortcutFor({name}));
+      if (!keystroke_) logMissingProtocols();
+    }
+    if (!keystroke_) return nullptr;
+    return std::make_unique<WaylandKeyboardEvent>(*keystroke_,
+                                                  *waylandPasteboard_, keyDown);
+  }
+
+  std::shared_ptr<Pasteboard> generalPasteboard() override {
+    if (!pasteboard_) {
+      std::shared_ptr<WaylandPasteboard> pasteboard =
+          createWaylandPasteboard(socket_);
+      waylandPasteboard_ = pasteboard.get();
+      pasteboard_ = std::move(pasteboard);
+      if (!pasteboard_) {
+        logMissingProtocols();
+        pasteboard_ = std::make_shared<EmptyPasteboard>();
+      }
+    }
+    return pasteboard_;
+  }
+
+  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
+    std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
+    if (!lock) return nullptr;
+    generalPasteboard();
+    return std::make_unique<SharedCopyRunLock>(std::move(lock),
+                                               waylandPasteboard_);
+  }
+
+  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
+    return tovrin::convertRtfToHtml(rtf);
+  }
+  std::optional<ParsedURL> parseURL(std::string_view text) override {
+    return parseURLWithUriparser(text);
+  }
+
+ private:
+  /// The copy-run lock, shared with the pasteboard's serving process while
+  /// the run holds it.
+  class SharedCopyRunLock : public CopyRunLock {
+   public:
+    SharedCopyRunLock(std::unique_ptr<FileLock> lock,
+                      WaylandPasteboard* pasteboard)
+        : lock_(std::move(lock)), pasteboard_(pasteboard) {
+      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(lock_->fd());
+    }
+    ~SharedCopyRunLock() override {
+      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(-1);
+    }
+
+   private:
+    std::unique_ptr<FileLock> lock_;
+    WaylandPasteboard* pasteboard_;
+  };
+
+  bool copyProtocolsOffered() {
+    if (connection_->dataControl() != nullptr &&
+        connection_->virtualKeyboard() != nullptr) {
+      return true;
+    }
+    logMissingProtocols();
+    return false;
+  }
+
+  /// Says once which protocol keeps the copy from working: GNOME and KDE
+  /// offer neither.
+  void logMissingProtocols() {
+    if (missingLogged_) return;
+    missingLogged_ = true;
+    for (const auto& [offered, name] :
+         {std::pair{connection_->dataControl() != nullptr, kDataControl},
+          std::pair{connection_->virtualKeyboard() != nullptr,
+                    kVirtualKeyboard}}) {
+      if (offered) continue;
+      log(std::string("[tovrin] Wayland: the compositor does not offer ") +
+          name + "; only AT-SPI can read the selection");
+    }
+  }
+
+  // Copy runs on different compositors use different clipboards.
+  std::string copyLockName() override {
+    std::string name = "tovrin-copy-wayland";
+    for (const char c : socket_) {
+      name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    }
+    return name + ".lock";
+  }
+
+  std::unique_ptr<WaylandConnection> connection_;
+  const std::string socket_;
+  AccessibilitySession accessibility_;
+  bool frontmostAsked_ = false;
+  std::optional<std::string> frontmost_;
+  bool keystrokePrepared_ = false;
+  std::unique_ptr<WaylandCopyKeystroke> keystroke_;
+  std::shared_ptr<Pasteboard> pasteboard_;
+  WaylandPasteboard* waylandPasteboard_ = nullptr;  // pasteboard_, when one
+  bool missingLogged_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Platform> createWaylandPlatform(
+    std::unique_ptr<WaylandConnection> connection) {
+  return std::make_unique<WaylandPlatform>(std::move(connection));
+}
+
+}  // namespace tovrin

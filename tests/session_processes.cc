@@ -1,0 +1,371 @@
+#include "tests/session_processes.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <fstream>
+#include <thread>
+#include <utility>
+
+extern char** environ;
+
+namespace tovrin::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds kTerminateGrace{2000};
+
+int msUntil(Clock::time_point deadline) {
+  auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+  return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
+}
+
+ProcessExit exitOf(int status) {
+  ProcessExit exit;
+  if (WIFSIGNALED(status)) {
+    exit.signaled = true;
+    exit.code = 128 + WTERMSIG(status);
+  } else {
+    exit.code = WEXITSTATUS(status);
+  }
+  return exit;
+}
+
+// Waits for our child `pid` until the deadline; its status when it ended.
+std::optional<int> reap(pid_t pid, Clock::time_point deadline) {
+  for (;;) {
+    int status = 0;
+    pid_t result = waitpid(pid, &status, WNOHANG);
+    if (result == pid) return status;
+    if (result < 0 && errno != EINTR) return 0;  // not ours (any more)
+    if (Clock::now() >= deadline) return std::nullopt;
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+}
+
+/// Everything a new process needs, prepared before fork: after it only
+/// async-signal-safe calls are made.
+struct LaunchPlan {
+  std::vector<std::string> argvStorage;
+  std::vector<std::string> envStorage;
+  std::vector<char*> argv;
+  std::vector<char*> envp;
+  int stdinFd = -1;   // -1: /dev/null
+  int stdoutFd = -1;  // -1: /dev/null
+  int stderrFd = -1;  // -1: /dev/null
+  int keepFd = -1;    // inherited as fd 3
+};
+
+void buildPointers(LaunchPlan& plan) {
+  for (auto& arg : plan.argvStorage) plan.argv.push_back(arg.data());
+  plan.argv.push_back(nullptr);
+  for (auto& entry : plan.envStorage) plan.envp.push_back(entry.data());
+  plan.envp.push_back(nullptr);
+}
+
+// This process's environment with `overrides` applied: "NAME=value" sets,
+// "NAME" alone removes.
+std::vector<std::string> environmentWith(
+    const std::vector<std::string>& overrides) {
+  std::vector<std::string> entries;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    entries.emplace_back(*entry);
+  }
+  for (const std::string& override : overrides) {
+    std::string name = override.substr(0, override.find('='));
+    entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                 [&](const std::string& entry) {
+                                   return entry.compare(0, name.size() + 1,
+                                                        name + "=") == 0;
+                                 }),
+                  entries.end());
+    if (override.size() > name.size()) entries.push_back(override);
+  }
+  return entries;
+}
+
+pid_t launch(const LaunchPlan& plan) {
+  pid_t parent = getpid();
+  pid_t pid = fork();
+  if (pid != 0) {
+    // Both sides set the group, so that it exists whichever runs first.
+    if (pid > 0) setpgid(pid, pid);
+    return pid;
+  }
+  setpgid(0, 0);
+  // Dies with the test instead of lingering after a crash.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(127);
+  // Out of the way first: /dev/null may open as fd 3.
+  int keep = plan.keepFd >= 0 ? fcntl(plan.keepFd, F_DUPFD, 10) : -1;
+  int devNull = open("/dev/null", O_RDWR);
+  dup2(plan.stdinFd >= 0 ? plan.stdinFd : devNull, 0);
+  dup2(plan.stdoutFd >= 0 ? plan.stdoutFd : devNull, 1);
+  dup2(plan.stderrFd >= 0 ? plan.stderrFd : devNull, 2);
+  if (keep >= 0) dup2(keep, 3);
+  close_range(keep >= 0 ? 4 : 3, ~0U, 0);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execvpe(plan.argv[0], plan.argv.data(), plan.envp.data());
+  _exit(127);
+}
+
+// A file descriptor holding `data`, read from its start.
+int dataFd(const std::string& data) {
+  int fd = memfd_create("session-input", MFD_CLOEXEC);
+  if (fd < 0) return -1;
+  size_t done = 0;
+  while (done < data.size()) {
+    ssize_t written = write(fd, data.data() + done, data.size() - done);
+    if (written <= 0) {
+      close(fd);
+      return -1;
+    }
+    done += static_cast<size_t>(written);
+  }
+  lseek(fd, 0, SEEK_SET);
+  return fd;
+}
+
+void closeFd(int& fd) {
+  if (fd >= 0) close(fd);
+  fd = -1;
+}
+
+}  // namespace
+
+SessionProcesses::~SessionProcesses() { endAll(); }
+
+void SessionProcesses::endAll() {
+  for (auto child = children_.rbegin(); child != children_.rend(); ++child) {
+    endProcess(*child);
+  }
+  children_.clear();
+}
+
+std::optional<pid_t> SessionProcesses::spawn(
+    const std::vector<std::string>& argv, const SpawnOptions& options) {
+  if (argv.empty()) return std::nullopt;
+  LaunchPlan plan;
+  plan.argvStorage = argv;
+  std::vector<std::string> environment = options.environment;
+  environment.insert(environment.end(), environment_.begin(),
+                     environment_.end());
+  plan.envStorage = environmentWith(environment);
+  int outputFds[2] = {-1, -1};
+  if (options.captureOutput && pipe2(outputFds, O_CLOEXEC) != 0) {
+    return std::nullopt;
+  }
+  // A socket rather than a pipe: writing to a program that is gone must
+  // fail, not raise SIGPIPE in the test.
+  int inputFds[2] = {-1, -1};
+  if (options.keepInput &&
+      socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, inputFds) != 0) {
+    closeFd(outputFds[0]);
+    closeFd(outputFds[1]);
+    return std::nullopt;
+  }
+  plan.stdoutFd = outputFds[1];
+  if (options.keepInput) {
+    plan.stdinFd = inputFds[1];
+  } else if (options.input) {
+    plan.stdinFd = dataFd(*options.input);
+  }
+  if (options.showErrors) plan.stderrFd = 2;
+  buildPointers(plan);
+  pid_t pid = launch(plan);
+  closeFd(plan.stdinFd);
+  closeFd(outputFds[1]);
+  if (pid < 0) {
+    closeFd(outputFds[0]);
+    closeFd(inputFds[0]);
+    return std::nullopt;
+  }
+  Child child;
+  child.pid = pid;
+  child.inputFd = inputFds[0];
+  child.outputFd = outputFds[0];
+  children_.push_back(std::move(child));
+  return pid;
+}
+
+std::optional<ProcessExit> SessionProcesses::waitForExit(
+    pid_t pid, std::chrono::milliseconds timeout) {
+  Child* child = find(pid);
+  if (child == nullptr) return std::nullopt;
+  if (!child->exit) {
+    std::optional<int> status = reap(pid, Clock::now() + timeout);
+    if (!status) return std::nullopt;
+    child->exit = exitOf(*status);
+  }
+  return child->exit;
+}
+
+template <typename Done>
+bool SessionProcesses::readOutput(Child& child,
+                                  std::chrono::milliseconds timeout,
+                                  Done done) {
+  auto deadline = Clock::now() + timeout;
+  while (!done()) {
+    if (child.outputFd < 0) return false;
+    pollfd fd = {child.outputFd, POLLIN, 0};
+    int ready = poll(&fd, 1, msUntil(deadline));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return false;
+    char buffer[65536];
+    ssize_t count = read(child.outputFd, buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      closeFd(child.outputFd);
+      return false;
+    }
+    child.pendingOutput.append(buffer, static_cast<size_t>(count));
+  }
+  return true;
+}
+
+std::string SessionProcesses::output(pid_t pid,
+                                     std::chrono::milliseconds timeout) {
+  Child* child = find(pid);
+  if (child == nullptr) return {};
+  readOutput(*child, timeout, [] { return false; });
+  return std::exchange(child->pendingOutput, {});
+}
+
+std::optional<std::string> SessionProcesses::readLine(
+    pid_t pid, std::chrono::milliseconds timeout) {
+  Child* child = find(pid);
+  if (child == nullptr) return std::nullopt;
+  std::string& pending = child->pendingOutput;
+  if (!readOutput(*child, timeout,
+                  [&] { return pending.find('\n') != std::string::npos; })) {
+    return std::nullopt;
+  }
+  const size_t end = pending.find('\n');
+  std::string line = pending.substr(0, end);
+  pending.erase(0, end + 1);
+  return line;
+}
+
+bool SessionProcesses::writeInput(pid_t pid, const std::string& text) {
+  Child* child = find(pid);
+  if (child == nullptr || child->inputFd < 0) return false;
+  size_t done = 0;
+  while (done < text.size()) {
+    ssize_t sent = send(child->inputFd, text.data() + done, text.size() - done,
+                        MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent <= 0) return false;
+    done += static_cast<size_t>(sent);
+  }
+  return true;
+}
+
+std::optional<RunResult> SessionProcesses::run(
+    const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
+    SpawnOptions options) {
+  options.captureOutput = true;
+  std::optional<pid_t> pid = spawn(argv, options);
+  if (!pid) return std::nullopt;
+  auto deadline = Clock::now() + timeout;
+  // Reading as it comes keeps a chatty program from blocking on a full pipe.
+  std::string text = output(*pid, timeout);
+  std::optional<ProcessExit> exit =
+      waitForExit(*pid, milliseconds(msUntil(deadline)));
+  if (!exit) {
+    terminate(*pid);
+    return std::nullopt;
+  }
+  return RunResult{*exit, text};
+}
+
+bool SessionProcesses::signal(pid_t pid, int signalNumber) {
+  Child* child = find(pid);
+  return child != nullptr && !child->exit && kill(pid, signalNumber) == 0;
+}
+
+void SessionProcesses::terminate(pid_t pid) {
+  if (Child* child = find(pid)) endProcess(*child);
+}
+
+bool SessionProcesses::running(pid_t pid) {
+  Child* child = find(pid);
+  if (child == nullptr || child->exit) return false;
+  int status = 0;
+  if (waitpid(pid, &status, WNOHANG) != pid) return true;
+  child->exit = exitOf(status);
+  return false;
+}
+
+void SessionProcesses::endProcess(Child& child) {
+  if (!child.exit) {
+    for (pid_t target : {-child.pid, child.pid}) {
+      kill(target, SIGTERM);
+      // A stopped process handles SIGTERM only once it is resumed.
+      kill(target, SIGCONT);
+    }
+    std::optional<int> status = reap(child.pid, Clock::now() + kTerminateGrace);
+    if (!status) {
+      kill(-child.pid, SIGKILL);
+      kill(child.pid, SIGKILL);
+      status = reap(child.pid, Clock::now() + kTerminateGrace);
+    }
+    child.exit = exitOf(status.value_or(0));
+  }
+  // Members of its group that outlived it, such as forked servers. The id
+  // stays reserved while the group has members, so this reaches no other.
+  kill(-child.pid, SIGKILL);
+  closeFd(child.inputFd);
+  closeFd(child.outputFd);
+}
+
+pid_t SessionProcesses::launchServer(const std::vector<std::string>& argv,
+                                     int keepFd) {
+  LaunchPlan plan;
+  plan.argvStorage = argv;
+  plan.envStorage = environmentWith({});
+  plan.keepFd = keepFd;
+  buildPointers(plan);
+  return launch(plan);
+}
+
+void SessionProcesses::endServer(pid_t pid) {
+  kill(pid, SIGTERM);
+  if (!reap(pid, Clock::now() + kTerminateGrace)) {
+    kill(pid, SIGKILL);
+    reap(pid, Clock::now() + kTerminateGrace);
+  }
+}
+
+SessionProcesses::Child* SessionProcesses::find(pid_t pid) {
+  for (Child& child : children_) {
+    if (child.pid == pid) return &child;
+  }
+  return nullptr;
+}
+
+bool processEnded(pid_t pid) {
+  if (kill(pid, 0) != 0) return errno == ESRCH;
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(stat, line)) return true;
+  // "pid (name) S ...": the state follows the name's closing parenthesis.
+  size_t close = line.rfind(')');
+  return close != std::string::npos && close + 2 < line.size() &&
+         line[close + 2] == 'Z';
+}
+
+}  // namespace tovrin::testing
