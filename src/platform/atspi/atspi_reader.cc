@@ -1,5 +1,7 @@
 #include "platform/atspi/atspi_reader.h"
 
+#include <cctype>
+
 #include <algorithm>
 #include <deque>
 
@@ -212,8 +214,30 @@ class SelectedText {
 
 }  // namespace
 
+bool sameApplicationName(std::string_view name, std::string_view appId) {
+  // Compared without case or punctuation, whole or by the app id's last
+  // part: "Chromium" is chromium, "kate" is org.kde.kate.
+  const auto folded = [](std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+      if (std::isalnum(static_cast<unsigned char>(c))) {
+        out.push_back(static_cast<char>(
+            std::tolower(static_cast<unsigned char>(c))));
+      }
+    }
+    return out;
+  };
+  const std::string wanted = folded(name);
+  if (wanted.empty()) return false;
+  const size_t dot = appId.rfind('.');
+  return wanted == folded(appId) ||
+         (dot != std::string_view::npos &&
+          wanted == folded(appId.substr(dot + 1)));
+}
+
 AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
-                           const AtspiReadLimits& limits) {
+                           const AtspiReadLimits& limits,
+                           std::optional<std::string> activeAppId) {
   const nanoseconds deadline = bus.now() + limits.budget;
   AtspiRead result;
 
@@ -239,18 +263,38 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
       candidates.push_back(application);
     }
   }
+  // Some toolkits (GTK before 4.10) never mark a window active: then the
+  // application the compositor names active is taken by its name, from its
+  // root. Only when no application has an active window.
+  std::vector<AccessibleRef> named;
+  if (!pid && activeAppId) {
+    for (const AccessibleRef& application : candidates) {
+      const auto name = bus.name(application, deadline);
+      if (name.status == BusStatus::kOk &&
+          sameApplicationName(name.value, *activeAppId)) {
+        named.push_back(application);
+      }
+    }
+  }
   // A process without an application on the bus has no accessibility.
   result.error = kAXErrorAPIDisabled;
-  for (const AccessibleRef& root : candidates) {
+  bool anyActive = false;
+  for (size_t index = 0; index < candidates.size() + named.size(); ++index) {
+    const bool byName = index >= candidates.size();
+    if (byName && anyActive) break;
+    const AccessibleRef& root =
+        byName ? named[index - candidates.size()] : candidates[index];
     // Each window keeps its focused widget: the active one's counts.
-    const auto window = activeWindow(bus, root, limits, deadline);
+    const auto window = byName ? BusReply<AccessibleRef>{BusStatus::kOk, {}}
+                               : activeWindow(bus, root, limits, deadline);
     if (window.status == BusStatus::kTimedOut) {
       // Unknown processes are asked in turn: a frozen one is passed over.
       if (!pid) continue;
       result.error = kAXErrorCannotComplete;
       return result;
     }
-    if (window.value.path.empty() && !pid) continue;
+    if (window.value.path.empty() && !pid && !byName) continue;
+    anyActive = anyActive || !window.value.path.empty();
     const AccessibleRef& top = window.value.path.empty() ? root : window.value;
     // The focused element is the first focused object with a text: some
     // toolkits (Qt) also mark the current tab of a tab bar focused.
@@ -279,7 +323,7 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
       element = focus.value;
     }
     if (element.path.empty()) {
-      if (!pid || result.error != kAXErrorNoValue) return result;
+      if ((!pid && !byName) || result.error != kAXErrorNoValue) return result;
       continue;
     }
     result.source = describe(bus, root, deadline);

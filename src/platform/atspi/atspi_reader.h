@@ -133,10 +133,19 @@ inline constexpr std::string_view kEmbeddedObjectCharacter = "\xEF\xBF\xBC";
 /// Reads the text selected in the focused element of the focused
 /// application: that of process `pid` when the caller knows it (X11 tells
 /// the focused window's process), else the one whose window is active
-/// (Wayland tells clients nothing of other clients). Within an
-/// application, the search starts from its active window when it has one.
+/// (Wayland tells clients nothing of other clients), else, when no window
+/// is marked active, the one whose name is `activeAppId` (the app id the
+/// compositor gives the activated window; see sameApplicationName). Within
+/// an application, the search starts from its active window when it has
+/// one.
 AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
-                           const AtspiReadLimits& limits = {});
+                           const AtspiReadLimits& limits = {},
+                           std::optional<std::string> activeAppId = {});
+
+/// Whether an application that AT-SPI calls `name` is the one a Wayland
+/// compositor calls `appId`: the same letters and digits, case aside, in
+/// the whole app id or its last dot-separated part.
+bool sameApplicationName(std::string_view name, std::string_view appId);
 
 }  // namespace tovrin
 

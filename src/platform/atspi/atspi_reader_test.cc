@@ -274,6 +274,30 @@ TEST(AtspiReaderTest, TheActiveWindowsFocusCountsAndWaylandFindsItsApplication) 
   read = readSelectedText(bus, std::nullopt);
   EXPECT_EQ(read.error, kAXErrorAPIDisabled);
   EXPECT_EQ(read.text, "");
+
+  // None active, but the compositor names the active application (GTK
+  // before 4.10 marks no window active): the application of that name.
+  bus.add(":1.9", 43).name = "Mousepad";
+  read = readSelectedText(bus, std::nullopt, {}, "org.xfce.mousepad");
+  EXPECT_EQ(read.error, kAXErrorSuccess);
+  EXPECT_EQ(read.text, "other");
+  read = readSelectedText(bus, std::nullopt, {}, "org.gnome.TextEditor");
+  EXPECT_EQ(read.error, kAXErrorAPIDisabled);
+  // The name only stands in for an active window, never before one.
+  editor.nodes["/window2"].active = true;
+  read = readSelectedText(bus, std::nullopt, {}, "org.xfce.mousepad");
+  EXPECT_EQ(read.text, "second");
+}
+
+TEST(AtspiReaderTest, AnApplicationIsKnownByItsAppIdOrItsLastPart) {
+  EXPECT_TRUE(sameApplicationName("Chromium", "chromium"));
+  EXPECT_TRUE(sameApplicationName("kate", "org.kde.kate"));
+  EXPECT_TRUE(sameApplicationName("gnome-text-editor", "gnome-text-editor"));
+  EXPECT_TRUE(sameApplicationName("Text Editor", "org.gnome.TextEditor"));
+  EXPECT_FALSE(sameApplicationName("gnome-text-editor", "org.gnome.TextEditor"));
+  EXPECT_FALSE(sameApplicationName("kde", "org.kde.kate"));
+  EXPECT_FALSE(sameApplicationName("", "foot"));
+  EXPECT_FALSE(sameApplicationName("--", ""));
 }
 
 /// A web page as Chromium shows it: the document holds its paragraphs as

@@ -49,7 +49,8 @@ bool AccessibilitySession::enableToolkitAccessibility(
 }
 
 AtspiRead AccessibilitySession::readSelection(
-    std::optional<pid_t> pid, std::chrono::milliseconds budget) const {
+    std::optional<pid_t> pid, std::chrono::milliseconds budget,
+    std::optional<std::string> activeAppId) const {
   if (!mayBeThere()) return {};
   const std::chrono::nanoseconds start = monotonicNow();
   // Connecting may take half the budget; the search takes what is left.
@@ -58,7 +59,7 @@ AtspiRead AccessibilitySession::readSelection(
   AtspiReadLimits limits;
   limits.budget = std::chrono::duration_cast<std::chrono::milliseconds>(
       start + budget - monotonicNow());
-  return readSelectedText(*bus, pid, limits);
+  return readSelectedText(*bus, pid, limits, std::move(activeAppId));
 }
 
 }  // namespace tovrin

@@ -37,7 +37,8 @@ class AccessibilitySession {
   /// The text selected in the focused application (see readSelectedText),
   /// connecting included, within `budget`.
   AtspiRead readSelection(std::optional<pid_t> pid,
-                          std::chrono::milliseconds budget) const;
+                          std::chrono::milliseconds budget,
+                          std::optional<std::string> activeAppId = {}) const;
 
  private:
   std::optional<std::string> address_;

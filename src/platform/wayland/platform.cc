@@ -128,8 +128,10 @@ class WaylandPlatform : public SystemPlatform {
         attribute != "AXSelectedText") {
       return {kAXErrorAttributeUnsupported, nullptr};
     }
-    const AtspiRead read =
-        accessibility_.readSelection(std::nullopt, kAtspiReadBudget);
+    // The compositor names the active application, for toolkits that do
+    // not mark their active window.
+    const AtspiRead read = accessibility_.readSelection(
+        std::nullopt, kAtspiReadBudget, frontmostApplicationBundleIdentifier());
     if (read.error != kAXErrorSuccess) return {read.error, nullptr};
     // The name is the application's own: escaped like any other.
     log("[tovrin] Accessibility: read through AT-SPI from " +
