@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "platform/wayland/libraries.h"
 #include "virtual-keyboard-unstable-v1-client.h"
@@ -49,7 +50,8 @@ std::unique_ptr<WaylandConnection> WaylandConnection::open(
     const std::string& socket, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
   if (!loadWaylandLibraries()) return nullptr;
-  wl_log_set_handler_client(silence);
+  static std::once_flag quiet;
+  std::call_once(quiet, [] { wl_log_set_handler_client(silence); });
   wl_display* display =
       wl_display_connect(socket.empty() ? nullptr : socket.c_str());
   if (display == nullptr) return nullptr;

@@ -8,7 +8,9 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "platform/wayland/connection.h"
@@ -81,7 +83,10 @@ uint32_t modifierMask(xkb_keymap* keymap, const char* name) {
   return index == XKB_MOD_INVALID || index >= 32 ? 0 : uint32_t{1} << index;
 }
 
-std::optional<CopyKeys> copyKeysOfKeymap(xkb_keymap* keymap) {
+/// The copy keys of `keymap`, whose text is `text` when the caller has it
+/// (the seat's keymap, handed over as is) and is made from it otherwise.
+std::optional<CopyKeys> copyKeysOfKeymap(xkb_keymap* keymap,
+                                         std::optional<std::string> text) {
   if (keymap == nullptr) return std::nullopt;
   CopyKeys keys;
   // The first layout with a Latin c (QWERTY, AZERTY, Dvorak...; us in
@@ -106,10 +111,14 @@ std::optional<CopyKeys> copyKeysOfKeymap(xkb_keymap* keymap) {
   keys.c = c - kEvdevOffset;
   keys.control = control - kEvdevOffset;
   keys.shift = shift - kEvdevOffset;
-  char* text = xkb_keymap_get_as_string(keymap, XKB_KEYMAP_FORMAT_TEXT_V1);
-  if (text == nullptr) return std::nullopt;
-  keys.keymap = text;
-  free(text);
+  if (text) {
+    keys.keymap = std::move(*text);
+    return keys;
+  }
+  char* made = xkb_keymap_get_as_string(keymap, XKB_KEYMAP_FORMAT_TEXT_V1);
+  if (made == nullptr) return std::nullopt;
+  keys.keymap = made;
+  free(made);
   return keys;
 }
 
@@ -143,11 +152,11 @@ uint32_t milliseconds() {
 std::optional<CopyKeys> copyKeysOf(std::string_view keymapText) {
   const Context context = newContext();
   if (!context) return std::nullopt;
-  const std::string text(keymapText);
+  std::string text(keymapText);
   const Keymap keymap(xkb_keymap_new_from_string(
       context.get(), text.c_str(), XKB_KEYMAP_FORMAT_TEXT_V1,
       XKB_KEYMAP_COMPILE_NO_FLAGS));
-  return copyKeysOfKeymap(keymap.get());
+  return copyKeysOfKeymap(keymap.get(), std::move(text));
 }
 
 std::optional<CopyKeys> copyKeysOfLayout(const std::string& layout,
@@ -159,7 +168,7 @@ std::optional<CopyKeys> copyKeysOfLayout(const std::string& layout,
   names.variant = variant.empty() ? nullptr : variant.c_str();
   const Keymap keymap(xkb_keymap_new_from_names(context.get(), &names,
                                                 XKB_KEYMAP_COMPILE_NO_FLAGS));
-  return copyKeysOfKeymap(keymap.get());
+  return copyKeysOfKeymap(keymap.get(), std::nullopt);
 }
 
 std::optional<std::string> seatKeymap(WaylandConnection& connection,
@@ -305,6 +314,45 @@ void WaylandCopyKeystroke::release() {
   keyboard_->key(keys_.control, false);
   keyboard_->modifiers(0, keys_.layout);
   keyboard_->sync();
+}
+
+ReadyKeystroke::~ReadyKeystroke() { keystroke.reset(); }
+
+struct KeystrokePreparation::State {
+  std::mutex mutex;
+  std::condition_variable ready;
+  bool done = false;                      // by mutex
+  std::unique_ptr<ReadyKeystroke> result;  // by mutex
+};
+
+std::unique_ptr<KeystrokePreparation> KeystrokePreparation::start(
+    const std::string& socket, CopyShortcut shortcut) {
+  auto state = std::make_shared<State>();
+  // Detached: nothing waits for it when the process ends.
+  std::thread([state, socket, shortcut] {
+    auto ready = std::make_unique<ReadyKeystroke>();
+    ready->connection = WaylandConnection::open(socket);
+    if (ready->connection) {
+      ready->keystroke =
+          WaylandCopyKeystroke::prepare(*ready->connection, shortcut);
+    }
+    if (!ready->keystroke) ready.reset();
+    std::lock_guard<std::mutex> lock(state->mutex);
+    state->result = std::move(ready);
+    state->done = true;
+    state->ready.notify_all();
+  }).detach();
+  return std::unique_ptr<KeystrokePreparation>(new KeystrokePreparation(state));
+}
+
+std::unique_ptr<ReadyKeystroke> KeystrokePreparation::take(
+    Clock::time_point deadline) {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  if (!state_->ready.wait_until(lock, deadline,
+                                [this] { return state_->done; })) {
+    return nullptr;
+  }
+  return std::move(state_->result);
 }
 
 }  // namespace tovrin

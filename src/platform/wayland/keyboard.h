@@ -117,6 +117,36 @@ class WaylandCopyKeystroke {
   bool pressed_ = false;
 };
 
+/// A keystroke with the connection it was made on.
+struct ReadyKeystroke {
+  std::unique_ptr<WaylandConnection> connection;
+  std::unique_ptr<WaylandCopyKeystroke> keystroke;  // goes first
+  ~ReadyKeystroke();
+};
+
+/// A copy keystroke made ready on a thread and a connection of its own
+/// while the copy run saves the clipboard and pauses: fetching and compiling
+/// the seat's keymap, and the compositor compiling the virtual keyboard's,
+/// take tens of milliseconds that the run would otherwise wait for.
+class KeystrokePreparation {
+ public:
+  /// Starts preparing the keystroke for `shortcut` on the compositor at the
+  /// socket path `socket`.
+  static std::unique_ptr<KeystrokePreparation> start(const std::string& socket,
+                                                     CopyShortcut shortcut);
+  /// The keystroke once it is ready; null when it could not be made, or was
+  /// not ready at `deadline` (it is then dropped when it is).
+  std::unique_ptr<ReadyKeystroke> take(
+      std::chrono::steady_clock::time_point deadline);
+
+  struct State;
+
+ private:
+  explicit KeystrokePreparation(std::shared_ptr<State> state)
+      : state_(std::move(state)) {}
+  std::shared_ptr<State> state_;
+};
+
 }  // namespace tovrin
 
 #endif  // TOVRIN_PLATFORM_WAYLAND_KEYBOARD_H_

@@ -28,6 +28,9 @@ namespace {
 constexpr std::chrono::milliseconds kAtspiReadBudget{500};
 /// How long the permission commands wait for the accessibility bus.
 constexpr std::chrono::milliseconds kAccessibilityBusTimeout{250};
+/// How long the copy waits for its keystroke to be ready; it takes tens of
+/// milliseconds with a compositor that answers.
+constexpr std::chrono::milliseconds kKeystrokeWait{2000};
 
 constexpr char kDataControl[] = "zwlr_data_control_manager_v1";
 constexpr char kVirtualKeyboard[] = "zwp_virtual_keyboard_manager_v1";
@@ -167,17 +170,17 @@ class WaylandPlatform : public SystemPlatform {
     // Without the clipboard, a copy would only overwrite the user's text.
     generalPasteboard();
     if (waylandPasteboard_ == nullptr) return nullptr;
-    if (!keystrokePrepared_) {
-      keystrokePrepared_ = true;
-      const std::optional<std::string> appId =
-          frontmostApplicationBundleIdentifier();
-      const std::string name = appId.value_or("");
-      keystroke_ = WaylandCopyKeystroke::prepare(*connection_,
-                                                 copyShortcutFor({name}));
-      if (!keystroke_) logMissingProtocols();
+    if (!keystroke_) {
+      startKeystrokePreparation();
+      keystroke_ = preparation_->take(std::chrono::steady_clock::now() +
+                                      kKeystrokeWait);
+      if (!keystroke_) {
+        logMissingProtocols();
+        return nullptr;
+      }
     }
     if (!keystroke_) return nullptr;
-    return std::make_unique<WaylandKeyboardEvent>(*keystroke_,
+    return std::make_unique<WaylandKeyboardEvent>(*keystroke_->keystroke,
                                                   *waylandPasteboard_, keyDown);
   }
 
@@ -199,6 +202,9 @@ class WaylandPlatform : public SystemPlatform {
     std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
     if (!lock) return nullptr;
     generalPasteboard();
+    // The keystroke is made ready while the run saves the clipboard and
+    // pauses before clearing it.
+    if (waylandPasteboard_ != nullptr) startKeystrokePreparation();
     return std::make_unique<SharedCopyRunLock>(std::move(lock),
                                                waylandPasteboard_);
   }
@@ -228,6 +234,14 @@ class WaylandPlatform : public SystemPlatform {
     std::unique_ptr<FileLock> lock_;
     WaylandPasteboard* pasteboard_;
   };
+
+  void startKeystrokePreparation() {
+    if (preparation_) return;
+    const std::string appId =
+        frontmostApplicationBundleIdentifier().value_or("");
+    preparation_ =
+        KeystrokePreparation::start(socket_, copyShortcutFor({appId}));
+  }
 
   bool copyProtocolsOffered() {
     if (connection_->dataControl() != nullptr &&
@@ -267,8 +281,8 @@ class WaylandPlatform : public SystemPlatform {
   AccessibilitySession accessibility_;
   bool frontmostAsked_ = false;
   std::optional<std::string> frontmost_;
-  bool keystrokePrepared_ = false;
-  std::unique_ptr<WaylandCopyKeystroke> keystroke_;
+  std::unique_ptr<KeystrokePreparation> preparation_;
+  std::unique_ptr<ReadyKeystroke> keystroke_;
   std::shared_ptr<Pasteboard> pasteboard_;
   WaylandPasteboard* waylandPasteboard_ = nullptr;  // pasteboard_, when one
   bool missingLogged_ = false;
