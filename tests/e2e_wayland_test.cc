@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstring>
+
 #include <optional>
 #include <string>
 #include <thread>
@@ -121,12 +123,16 @@ class GetSelectionOnWaylandTest : public SwayTest, protected TovrinHost {
   /// bus; `environment` on top.
   Answer runTovrin(const std::string& command,
                    const std::map<std::string, std::string>& environment = {}) {
-    auto merged = sway().clientEnvironment();
-    merged["HOME"] = directory_.string();
-    merged["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent";
-    merged["AT_SPI_BUS_ADDRESS"] = "";
+    auto merged = tovrinEnvironment();
     for (const auto& [name, value] : environment) merged[name] = value;
     return runTovrinWith(command, merged);
+  }
+  std::map<std::string, std::string> tovrinEnvironment() {
+    auto environment = sway().clientEnvironment();
+    environment["HOME"] = directory_.string();
+    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent";
+    environment["AT_SPI_BUS_ADDRESS"] = "";
+    return environment;
   }
   Answer getSelection() { return runTovrin("get-selection"); }
 };
@@ -165,6 +171,41 @@ TEST_F(GetSelectionOnWaylandTest, AGtk4EditorsCopyBringsItsText) {
 // mousepad is GTK 3: it takes shortcuts from a virtual keyboard whose keymap
 // is a whole layout, as the seat's is. (From wtype's, which holds only the
 // keys it types, it takes text but no shortcut.)
+// A host that kills tovrin anywhere in its copy (at its timeout, say) still
+// finds the user's text on the clipboard: the serving process puts it back.
+TEST_F(GetSelectionOnWaylandTest, AKilledRunLosesNothing) {
+  if (!requireProgram("gnome-text-editor")) {
+    GTEST_SKIP() << "gnome-text-editor is not installed";
+  }
+  ASSERT_NO_FATAL_FAILURE(startEditorWithSelection(
+      {"gnome-text-editor", "--standalone"}, "gnome-text-editor"));
+  ASSERT_TRUE(ownClipboard("saved text"));
+  // Spread over the run: the save, the pause, the clear and the keystroke,
+  // the reads, the write-back (about 290 ms in all).
+  for (const int signalNumber : {SIGKILL, SIGTERM}) {
+    for (const int delayMs : {20, 60, 100, 140, 180, 220, 260}) {
+      SCOPED_TRACE(std::string(strsignal(signalNumber)) + " after " +
+                   std::to_string(delayMs) + " ms");
+      StartedProcess run = startProcess(
+          TOVRIN_BINARY, {"tovrin", "get-selection"}, tovrinEnvironment());
+      ASSERT_GT(run.pid, 0);
+      std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+      kill(run.pid, signalNumber);
+      const ProcessResult result = finishProcess(run, 10s);
+      ASSERT_FALSE(result.timedOut);
+      const auto lines = splitLines(result.standardOutput);
+      EXPECT_TRUE(lines.empty() ||
+                  (lines.size() == 1 && json::accept(lines[0])))
+          << result.standardOutput;
+      EXPECT_TRUE(waitForClipboard("saved text", false, 5s))
+          << "the clipboard holds " << readClipboard().value_or("nothing")
+          << "\n" << result.standardError;
+    }
+  }
+  // The keys were let go of: the editor still copies as before.
+  expectEditorCopy("gnome-text-editor");
+}
+
 TEST_F(GetSelectionOnWaylandTest, AGtk3EditorsCopyBringsItsText) {
   if (!requireProgram("mousepad")) GTEST_SKIP() << "mousepad is not installed";
   ASSERT_NO_FATAL_FAILURE(startEditorWithSelection({"mousepad"}, "mousepad"));
