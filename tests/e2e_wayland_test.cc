@@ -155,6 +155,9 @@ TEST_F(GetSelectionOnWaylandTest, PermissionIsHeldWhereTheCompositorAnswers) {
       runTovrin("check-accessibility", {{"WAYLAND_DISPLAY", "wayland-nobody"}});
   EXPECT_EQ(result.answer, json({{"success", true}, {"granted", false}}))
       << result.run.standardError;
+  EXPECT_TRUE(logged(result,
+                     "] [tovrin] Wayland: no compositor answers at "
+                     "WAYLAND_DISPLAY; trying X11\n"));
   EXPECT_TRUE(logged(result, "] [tovrin] check-accessibility: false\n"));
 }
 

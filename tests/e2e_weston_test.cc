@@ -152,6 +152,11 @@ TEST_F(WestonTest, AFrozenCompositorDoesNotHoldTheHostUp) {
     const auto lines = splitLines(result.standardOutput);
     ASSERT_EQ(lines.size(), 1u) << result.standardOutput;
     EXPECT_TRUE(json::accept(lines[0])) << lines[0];
+    const std::vector<std::string> log = messages(result);
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.front(),
+              "[tovrin] Wayland: no compositor answers at WAYLAND_DISPLAY; "
+              "trying X11");
   }
 }
 

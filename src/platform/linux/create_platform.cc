@@ -6,7 +6,9 @@
 #include <memory>
 
 #include "platform/platform.h"
+#include "platform/system.h"
 #include "platform/wayland/connection.h"
+#include "platform/wayland/libraries.h"
 #include "platform/wayland/platform.h"
 #include "platform/x11/platform.h"
 
@@ -15,8 +17,16 @@ namespace tovrin {
 std::unique_ptr<Platform> createPlatform() {
   const char* wayland = std::getenv("WAYLAND_DISPLAY");
   if (wayland != nullptr && wayland[0] != '\0') {
-    if (auto connection = WaylandConnection::open({})) {
+    if (!loadWaylandLibraries()) {
+      writeLogLine(
+          "[tovrin] Wayland: libwayland-client or libxkbcommon is not "
+          "installed; trying X11");
+    } else if (auto connection = WaylandConnection::open({})) {
       return createWaylandPlatform(std::move(connection));
+    } else {
+      writeLogLine(
+          "[tovrin] Wayland: no compositor answers at WAYLAND_DISPLAY; "
+          "trying X11");
     }
   }
   return createX11Platform();
