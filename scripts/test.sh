@@ -21,16 +21,20 @@ ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
 
 jobs=$(nproc)
 sanitize() {  # sanitize NAME FLAGS: a clang build dir with those sanitizers
+  # The C compiler (for wayland-scanner's glue) is clang as well: gcc
+  # would bring its own sanitizer runtimes into the link.
   cmake -S . -B "build/$1" -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
+    -DCMAKE_C_COMPILER=clang \
     -DCMAKE_BUILD_TYPE=Debug -DTOVRIN_WERROR=ON -DTOVRIN_STATIC_DEPS=OFF \
     -DTOVRIN_E2E=OFF -DCMAKE_CXX_FLAGS="$2 -fno-omit-frame-pointer" \
+    -DCMAKE_C_FLAGS="$2 -fno-omit-frame-pointer" \
     -DCMAKE_EXE_LINKER_FLAGS="$2" >/dev/null
   cmake --build "build/$1" -j "$jobs"
 }
 
 echo "== g++, warnings as errors: unit, X11 and end-to-end tests"
 cmake -S . -B build/gcc -G Ninja -DCMAKE_CXX_COMPILER=g++ \
-  -DTOVRIN_WERROR=ON >/dev/null
+  -DCMAKE_C_COMPILER=gcc -DTOVRIN_WERROR=ON >/dev/null
 cmake --build build/gcc -j "$jobs"
 ctest --test-dir build/gcc --output-on-failure -j "$jobs"
 
@@ -52,6 +56,7 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 
 echo "== clang, libFuzzer: the RTF converter for 30 s"
 cmake -S . -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ \
+  -DCMAKE_C_COMPILER=clang \
   -DTOVRIN_TESTS=OFF -DTOVRIN_FUZZ=ON -DTOVRIN_WERROR=ON >/dev/null
 cmake --build build/fuzz --target rtf_to_html_fuzz
 corpus=$(mktemp -d)
