@@ -252,6 +252,10 @@ void VirtualKeyboard::modifiers(uint32_t depressed, uint32_t layout) {
   zwp_virtual_keyboard_v1_modifiers(keyboard_, depressed, 0, 0, layout);
 }
 
+bool VirtualKeyboard::send() {
+  return connection_.flush(Clock::now() + kWaylandReplyTimeout);
+}
+
 bool VirtualKeyboard::sync() {
   return connection_.roundtrip(Clock::now() + kWaylandReplyTimeout);
 }
@@ -300,7 +304,9 @@ void WaylandCopyKeystroke::press() {
     keyboard_->modifiers(held, keys_.layout);
   }
   keyboard_->key(keys_.c, true);
-  keyboard_->sync();
+  // Sent, not waited for: the compositor hands the keys on while the copy
+  // pauses for the application anyway.
+  keyboard_->send();
 }
 
 void WaylandCopyKeystroke::release() {
@@ -313,7 +319,7 @@ void WaylandCopyKeystroke::release() {
   }
   keyboard_->key(keys_.control, false);
   keyboard_->modifiers(0, keys_.layout);
-  keyboard_->sync();
+  keyboard_->send();
 }
 
 ReadyKeystroke::~ReadyKeystroke() { keystroke.reset(); }

@@ -73,7 +73,9 @@ class VirtualKeyboard {
   /// Sets the keyboard's held modifiers (bits of the keymap) and its
   /// layout.
   void modifiers(uint32_t depressed, uint32_t layout = 0);
-  /// Sends what is queued and waits until the compositor has it.
+  /// Sends what is queued.
+  bool send();
+  /// Sends what is queued and waits until the compositor has handled it.
   bool sync();
 
  private:
