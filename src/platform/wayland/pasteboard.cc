@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "platform/linux/formats.h"
-#include "platform/linux/serving_process.h"
 #include "platform/wayland/clipboard_keeper.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/offers.h"
@@ -56,16 +55,6 @@ struct WaylandPasteboardState {
   int activeReads = 0;                                      // by readMutex
   Clock::time_point busySince;                              // by readMutex
   Clock::duration readTimeSpent = Clock::duration::zero();  // by readMutex
-
-  // Only the writing operations take this one.
-  std::mutex serverMutex;
-  std::unique_ptr<ServerProcess> nextServer;  // by serverMutex
-  int copyLockFd = -1;                        // by serverMutex
-
-  ServerProcess* server() {  // by serverMutex
-    if (!nextServer) nextServer = startWaylandClipboardServer(socket, copyLockFd);
-    return nextServer.get();
-  }
 
   Clock::duration beginRead() {
     std::lock_guard<std::mutex> lock(readMutex);
@@ -237,17 +226,20 @@ std::vector<std::string> only(const std::vector<std::string>& offered,
 
 }  // namespace
 
+WaylandPasteboard::WaylandPasteboard(
+    std::shared_ptr<WaylandPasteboardState> state)
+    : state_(std::move(state)),
+      writeBack_([socket = state_->socket](int lockFd) {
+        return startWaylandClipboardServer(socket, lockFd);
+      }) {}
+
 WaylandPasteboard::~WaylandPasteboard() {
-  {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    if (state_->emptySource != nullptr && state_->connection) {
-      zwlr_data_control_source_v1_destroy(state_->emptySource);
-      state_->emptySource = nullptr;
-      state_->connection->flush(Clock::now() + kWaylandReplyTimeout);
-    }
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  if (state_->emptySource != nullptr && state_->connection) {
+    zwlr_data_control_source_v1_destroy(state_->emptySource);
+    state_->emptySource = nullptr;
+    state_->connection->flush(Clock::now() + kWaylandReplyTimeout);
   }
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  state_->nextServer.reset();
 }
 
 std::optional<std::vector<std::string>> WaylandPasteboard::types() {
@@ -301,32 +293,13 @@ std::optional<std::vector<PasteboardItem>> WaylandPasteboard::pasteboardItems() 
 }
 
 void WaylandPasteboard::guardString(std::string_view text) {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  if (ServerProcess* server = state_->server()) server->guard(text);
-}
-
-void WaylandPasteboard::keysPressed(const std::vector<uint8_t>& keys) {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  if (ServerProcess* server = state_->server()) server->keysDown(keys);
-}
-
-void WaylandPasteboard::keysReleased() {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  if (state_->nextServer) state_->nextServer->keysUp();
-}
-
-void WaylandPasteboard::shareCopyLock(int fd) {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  state_->copyLockFd = fd;
+  writeBack_.guard(text);
 }
 
 void WaylandPasteboard::clearContents() {
-  {
-    // The text is put back after every capture: the process that will
-    // serve it starts now, while the application copies.
-    std::lock_guard<std::mutex> lock(state_->serverMutex);
-    if (ServerProcess* server = state_->server()) server->clearing();
-  }
+  // The text is put back after every capture: the process that will serve
+  // it starts now, while the application copies.
+  writeBack_.clearing();
   std::lock_guard<std::mutex> lock(state_->mutex);
   WaylandConnection* connection = state_->connection.get();
   if (connection == nullptr || state_->device == nullptr) return;
@@ -346,16 +319,7 @@ void WaylandPasteboard::clearContents() {
 
 bool WaylandPasteboard::setString(std::string_view text, PasteboardType type) {
   if (type != PasteboardType::kString) return false;
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  using Outcome = ServerProcess::Outcome;
-  std::unique_ptr<ServerProcess> server = std::move(state_->nextServer);
-  Outcome outcome = server ? server->serve(text) : Outcome::kGone;
-  // One started long ago may have given up waiting: then a new one.
-  if (outcome == Outcome::kGone) {
-    server = startWaylandClipboardServer(state_->socket, state_->copyLockFd);
-    if (server) outcome = server->serve(text);
-  }
-  return outcome == Outcome::kOwns;
+  return writeBack_.serve(text);
 }
 
 std::unique_ptr<WaylandPasteboard> createWaylandPasteboard(

@@ -27,6 +27,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/write_back.h"
 #include "platform/platform.h"
 
 namespace tovrin {
@@ -80,20 +81,17 @@ class WaylandPasteboard : public Pasteboard {
   /// client takes it. Returns once that process owns the clipboard.
   bool setString(std::string_view text, PasteboardType type) override;
 
-  /// Tells the serving process that the evdev `keys` are about to be
-  /// pressed, and keysReleased() that they are up again.
-  void keysPressed(const std::vector<uint8_t>& keys);
-  void keysReleased();
-  /// The copy-run lock's descriptor while the run holds it, -1 after.
-  void shareCopyLock(int fd);
+  /// The write-back's serving process, which the copy run tells of the
+  /// keys it presses (evdev codes) and shares its lock with.
+  WriteBack& writeBack() { return writeBack_; }
 
  private:
   friend std::unique_ptr<WaylandPasteboard> createWaylandPasteboard(
       const std::string& socket);
-  explicit WaylandPasteboard(std::shared_ptr<WaylandPasteboardState> state)
-      : state_(std::move(state)) {}
+  explicit WaylandPasteboard(std::shared_ptr<WaylandPasteboardState> state);
 
   std::shared_ptr<WaylandPasteboardState> state_;
+  WriteBack writeBack_;
 };
 
 /// The pasteboard of the compositor at `socket` (empty: $WAYLAND_DISPLAY);

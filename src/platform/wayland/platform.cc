@@ -69,11 +69,11 @@ class WaylandKeyboardEvent : public KeyboardEvent {
     // ours to send.
     if (flags_ != kEventFlagMaskCommand) return;
     if (keyDown_) {
-      pasteboard_.keysPressed(keystroke_.shortcutKeys());
+      pasteboard_.writeBack().keysPressed(keystroke_.shortcutKeys());
       keystroke_.press();
     } else {
       keystroke_.release();
-      pasteboard_.keysReleased();
+      pasteboard_.writeBack().keysReleased();
     }
   }
 
@@ -205,8 +205,10 @@ class WaylandPlatform : public SystemPlatform {
     // The keystroke is made ready while the run saves the clipboard and
     // pauses before clearing it.
     if (waylandPasteboard_ != nullptr) startKeystrokePreparation();
-    return std::make_unique<SharedCopyRunLock>(std::move(lock),
-                                               waylandPasteboard_);
+    return std::make_unique<SharedCopyRunLock>(
+        std::move(lock), waylandPasteboard_ != nullptr
+                             ? &waylandPasteboard_->writeBack()
+                             : nullptr);
   }
 
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
@@ -217,24 +219,6 @@ class WaylandPlatform : public SystemPlatform {
   }
 
  private:
-  /// The copy-run lock, shared with the pasteboard's serving process while
-  /// the run holds it.
-  class SharedCopyRunLock : public CopyRunLock {
-   public:
-    SharedCopyRunLock(std::unique_ptr<FileLock> lock,
-                      WaylandPasteboard* pasteboard)
-        : lock_(std::move(lock)), pasteboard_(pasteboard) {
-      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(lock_->fd());
-    }
-    ~SharedCopyRunLock() override {
-      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(-1);
-    }
-
-   private:
-    std::unique_ptr<FileLock> lock_;
-    WaylandPasteboard* pasteboard_;
-  };
-
   void startKeystrokePreparation() {
     if (preparation_) return;
     const std::string appId =

@@ -286,13 +286,13 @@ void runCopyAndKill(const std::string& display, KilledAt stage,
     auto pasteboard = createX11Pasteboard(display);
     Display* keys = XOpenDisplay(display.c_str());
     if (!lock || !pasteboard || keys == nullptr) return;
-    pasteboard->shareCopyLock(lock->fd());
+    pasteboard->writeBack().shareCopyLock(lock->fd());
     pasteboard->guardString("user text");
     if (stage != KilledAt::kBeforeTheClear) {
       pasteboard->clearContents();
       const std::vector<uint8_t> shortcut = {
           XKeysymToKeycode(keys, XK_Control_L), XKeysymToKeycode(keys, XK_c)};
-      pasteboard->keysPressed(shortcut);
+      pasteboard->writeBack().keysPressed(shortcut);
       for (const uint8_t key : shortcut) {
         XTestFakeKeyEvent(keys, key, True, CurrentTime);
       }
@@ -302,7 +302,7 @@ void runCopyAndKill(const std::string& display, KilledAt stage,
           XTestFakeKeyEvent(keys, key, False, CurrentTime);
         }
         XSync(keys, False);
-        pasteboard->keysReleased();
+        pasteboard->writeBack().keysReleased();
       }
     }
     killHere();

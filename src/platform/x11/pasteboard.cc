@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/linux/formats.h"
+#include "platform/linux/write_back.h"
 #include "platform/x11/clipboard_server.h"
 #include "platform/x11/selection.h"
 #include "platform/x11/selection_server.h"
@@ -187,19 +188,6 @@ struct X11PasteboardState {
   int activeReads = 0;                              // by readMutex
   Clock::time_point busySince;                      // by readMutex
   Clock::duration readTimeSpent = Clock::duration::zero();  // by readMutex
-
-  // Only the writing operations take this one.
-  std::mutex serverMutex;
-  std::unique_ptr<ServerProcess> nextServer;  // by serverMutex
-  int copyLockFd = -1;                        // by serverMutex
-
-  /// The process that will serve the write-back, started if need be.
-  ServerProcess* server() {
-    if (!nextServer) {
-      nextServer = startX11ClipboardServer(displayName, copyLockFd);
-    }
-    return nextServer.get();
-  }
 };
 
 namespace {
@@ -326,15 +314,14 @@ bool utf8TextType(const char* target, const std::string& type) {
 }  // namespace
 
 X11Pasteboard::X11Pasteboard(std::string displayName)
-    : state_(std::make_shared<X11PasteboardState>(std::move(displayName))) {}
+    : state_(std::make_shared<X11PasteboardState>(std::move(displayName))),
+      writeBack_([name = state_->displayName](int lockFd) {
+        return startX11ClipboardServer(name, lockFd);
+      }) {}
 
 X11Pasteboard::~X11Pasteboard() {
-  {
-    std::lock_guard<std::mutex> lock(state_->ownerMutex);
-    state_->closeOwner();
-  }
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  state_->nextServer.reset();
+  std::lock_guard<std::mutex> lock(state_->ownerMutex);
+  state_->closeOwner();
 }
 
 std::optional<std::vector<std::string>> X11Pasteboard::types() {
@@ -415,34 +402,15 @@ std::optional<std::vector<PasteboardItem>> X11Pasteboard::pasteboardItems() {
 }
 
 void X11Pasteboard::guardString(std::string_view text) {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  if (ServerProcess* server = state_->server()) server->guard(text);
-}
-
-void X11Pasteboard::keysPressed(const std::vector<uint8_t>& keys) {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  if (ServerProcess* server = state_->server()) server->keysDown(keys);
-}
-
-void X11Pasteboard::keysReleased() {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  if (state_->nextServer) state_->nextServer->keysUp();
-}
-
-void X11Pasteboard::shareCopyLock(int fd) {
-  std::lock_guard<std::mutex> lock(state_->serverMutex);
-  state_->copyLockFd = fd;
+  writeBack_.guard(text);
 }
 
 void X11Pasteboard::clearContents() {
   std::shared_ptr<X11PasteboardState> state = state_;
-  {
-    // The text is put back after every capture: the process that will
-    // serve it starts now, while the application copies, and from here on
-    // watches over the run.
-    std::lock_guard<std::mutex> lock(state->serverMutex);
-    if (ServerProcess* server = state->server()) server->clearing();
-  }
+  // The text is put back after every capture: the process that will serve
+  // it starts now, while the application copies, and from here on watches
+  // over the run.
+  writeBack_.clearing();
   {
     std::lock_guard<std::mutex> lock(state->ownerMutex);
     if (state->ownerConnection && state->ownerConnection->broken()) {
@@ -470,22 +438,9 @@ void X11Pasteboard::clearContents() {
 
 bool X11Pasteboard::setString(std::string_view text, PasteboardType type) {
   if (type != PasteboardType::kString) return false;
-  std::shared_ptr<X11PasteboardState> state = state_;
-  bool served = false;
-  {
-    std::lock_guard<std::mutex> lock(state->serverMutex);
-    using Outcome = ServerProcess::Outcome;
-    std::unique_ptr<ServerProcess> server = std::move(state->nextServer);
-    Outcome outcome = server ? server->serve(text) : Outcome::kGone;
-    // One started long ago may have given up waiting: then a new one.
-    if (outcome == Outcome::kGone) {
-      server = startX11ClipboardServer(state->displayName, state->copyLockFd);
-      if (server) outcome = server->serve(text);
-    }
-    served = outcome == Outcome::kOwns;
-  }
+  const bool served = writeBack_.serve(text);
   // Takes in the SelectionClear of the empty ownership, if it had it.
-  state->serveOwnerRequests();
+  state_->serveOwnerRequests();
   return served;
 }
 

@@ -26,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/write_back.h"
 #include "platform/platform.h"
 
 namespace tovrin {
@@ -106,14 +107,9 @@ class X11Pasteboard : public Pasteboard {
   /// false when it could not within kServerReplyTimeout.
   bool setString(std::string_view text, PasteboardType type) override;
 
-  /// Tells the serving process that `keys` are about to be pressed, and
-  /// keysReleased() that they are up again: should this process die between
-  /// the two, the serving process releases them.
-  void keysPressed(const std::vector<uint8_t>& keys);
-  void keysReleased();
-  /// The copy-run lock's descriptor while the run holds it, -1 after: the
-  /// serving process holds the lock too until the user's text is back.
-  void shareCopyLock(int fd);
+  /// The write-back's serving process, which the copy run tells of the
+  /// keys it presses (X key codes) and shares its lock with.
+  WriteBack& writeBack() { return writeBack_; }
 
  private:
   friend std::unique_ptr<X11Pasteboard> createX11Pasteboard(
@@ -122,6 +118,7 @@ class X11Pasteboard : public Pasteboard {
   // Shared with operations still running, so that a late reader outlives
   // nothing it uses.
   std::shared_ptr<X11PasteboardState> state_;
+  WriteBack writeBack_;
 };
 
 /// The pasteboard of the display named by $DISPLAY; null when none opens.

@@ -82,12 +82,13 @@ class X11KeyboardEvent : public KeyboardEvent {
     if (keyDown_) {
       if (pasteboard_ != nullptr) {
         const std::vector<KeyCode> keys = keystroke_.shortcutKeys();
-        pasteboard_->keysPressed(std::vector<uint8_t>(keys.begin(), keys.end()));
+        pasteboard_->writeBack().keysPressed(
+            std::vector<uint8_t>(keys.begin(), keys.end()));
       }
       keystroke_.press();
     } else {
       keystroke_.release();
-      if (pasteboard_ != nullptr) pasteboard_->keysReleased();
+      if (pasteboard_ != nullptr) pasteboard_->writeBack().keysReleased();
     }
   }
 
@@ -205,7 +206,9 @@ class X11Platform : public SystemPlatform {
     std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
     if (!lock) return nullptr;
     generalPasteboard();
-    return std::make_unique<SharedCopyRunLock>(std::move(lock), x11Pasteboard_);
+    return std::make_unique<SharedCopyRunLock>(
+        std::move(lock),
+        x11Pasteboard_ != nullptr ? &x11Pasteboard_->writeBack() : nullptr);
   }
 
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
@@ -216,23 +219,6 @@ class X11Platform : public SystemPlatform {
   }
 
  private:
-  /// The copy-run lock, shared with the pasteboard's serving process while
-  /// the run holds it.
-  class SharedCopyRunLock : public CopyRunLock {
-   public:
-    SharedCopyRunLock(std::unique_ptr<FileLock> lock, X11Pasteboard* pasteboard)
-        : lock_(std::move(lock)), pasteboard_(pasteboard) {
-      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(lock_->fd());
-    }
-    ~SharedCopyRunLock() override {
-      if (pasteboard_ != nullptr) pasteboard_->shareCopyLock(-1);
-    }
-
-   private:
-    std::unique_ptr<FileLock> lock_;
-    X11Pasteboard* pasteboard_;
-  };
-
   /// The display named by the environment, opened on first use: commands
   /// that need no display never pay for it.
   Display* display() {
