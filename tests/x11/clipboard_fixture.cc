@@ -70,8 +70,16 @@ void ClipboardX11Test::TearDown() {
   XvfbTest::TearDown();
 }
 
+std::unique_ptr<X11Pasteboard> openPasteboard(
+    const std::string& display, std::chrono::milliseconds timeout) {
+  std::unique_ptr<X11Pasteboard> pasteboard;
+  waitUntil([&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; },
+            timeout);
+  return pasteboard;
+}
+
 std::unique_ptr<X11Pasteboard> ClipboardX11Test::newPasteboard() {
-  auto pasteboard = createX11Pasteboard(xvfb().display());
+  auto pasteboard = openPasteboard(xvfb().display());
   EXPECT_TRUE(pasteboard);
   return pasteboard;
 }

@@ -61,6 +61,13 @@ Strings urlsOf(const std::vector<PasteboardItem>& items);
 
 /// A test on its own X server with a probe connection for looking at
 /// CLIPBOARD from outside.
+/// The pasteboard of `display`, opened again until `timeout` passes: on a
+/// machine loaded by sanitizers and parallel tests a connection can take
+/// longer than tovrin's one-second bound, which these tests are not about.
+std::unique_ptr<X11Pasteboard> openPasteboard(
+    const std::string& display,
+    std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
 class ClipboardX11Test : public XvfbTest {
  protected:
   void SetUp() override;

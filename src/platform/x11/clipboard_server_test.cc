@@ -40,6 +40,7 @@ using Clock = std::chrono::steady_clock;
 using tovrin::testing::ClipboardX11Test;
 using tovrin::testing::FakeClipboardManager;
 using tovrin::testing::killOnceReached;
+using tovrin::testing::openPasteboard;
 using tovrin::testing::processEnded;
 using tovrin::testing::Strings;
 using tovrin::testing::timed;
@@ -216,7 +217,7 @@ TEST_F(ClipboardServerX11Test, HostReadingOurOutputSeesItsEndPromptly) {
   // its end, which must come when tovrin exits, not when the server does.
   std::string display = xvfb().display();
   ToolRun run = runTool([&] {
-    auto pasteboard = createX11Pasteboard(display);
+    auto pasteboard = openPasteboard(display);
     if (!pasteboard) return 2;
     pasteboard->clearContents();
     bool written = pasteboard->setString("from tool", PasteboardType::kString);
@@ -234,7 +235,7 @@ TEST_F(ClipboardServerX11Test, ServerProcessStartedAheadEndsWhenNotNeeded) {
   ToolRun run = runTool([&] {
     // Orphans of this process become its children, so it can see them end.
     if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) return 2;
-    auto pasteboard = createX11Pasteboard(display);
+    auto pasteboard = openPasteboard(display);
     if (!pasteboard) return 2;
     pasteboard->clearContents();
     if (!waitUntil([] { return !ownChildren().empty(); }, kGivesUp)) return 3;
@@ -249,7 +250,7 @@ TEST_F(ClipboardServerX11Test, ServerProcessThatEndedEarlyIsReplaced) {
   std::string display = xvfb().display();
   ToolRun run = runTool([&] {
     if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) return 2;
-    auto pasteboard = createX11Pasteboard(display);
+    auto pasteboard = openPasteboard(display);
     if (!pasteboard) return 2;
     pasteboard->clearContents();
     // The intermediate process ends at once; the server becomes ours.
@@ -283,7 +284,7 @@ void runCopyAndKill(const std::string& display, KilledAt stage,
   const auto run = [&](const std::function<void()>& killHere) {
     setenv("XDG_RUNTIME_DIR", lockDirectory.c_str(), 1);
     auto lock = lockUserFile("copy.lock", milliseconds(0));
-    auto pasteboard = createX11Pasteboard(display);
+    auto pasteboard = openPasteboard(display);
     Display* keys = XOpenDisplay(display.c_str());
     if (!lock || !pasteboard || keys == nullptr) return;
     pasteboard->writeBack().shareCopyLock(lock->fd());
