@@ -52,8 +52,7 @@ class GetSelectionOverAtspiTest : public RealDesktopTest {
     const uint32_t window = startApplication(
         {"mousepad", writeFile("note.txt", text)}, "mousepad", true);
     EXPECT_NE(window, 0u);
-    selectAll(window);
-    EXPECT_TRUE(waitForSelection("primary", text));
+    EXPECT_TRUE(selectAllUntilPrimaryHolds(window, text));
     const auto pid = xvfb().run(
         {"xdotool", "getwindowpid", std::to_string(window)}, 5s);
     return pid ? static_cast<pid_t>(std::atoi(pid->output.c_str())) : -1;
@@ -105,13 +104,14 @@ class GetSelectionOverAtspiTest : public RealDesktopTest {
     argv.push_back(writeFile("note.txt", text));
     const uint32_t window = startApplication(argv, wmClass, true);
     ASSERT_NE(window, 0u);
-    selectAll(window);
-    own("clipboard", "saved text");
     Answer result;
     if (offersPrimary) {
-      ASSERT_TRUE(waitForSelection("primary", text));
+      ASSERT_TRUE(selectAllUntilPrimaryHolds(window, text));
+      own("clipboard", "saved text");
       result = getSelection();
     } else {
+      selectAll(window);
+      own("clipboard", "saved text");
       // Nothing outside tells when the selection is made: ask until the
       // editor answers.
       const auto deadline = std::chrono::steady_clock::now() + 10s;

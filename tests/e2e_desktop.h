@@ -78,14 +78,24 @@ class RealDesktopTest : public XvfbTest, protected TovrinHost {
     xdotool({"key", "--clearmodifiers", "ctrl+a"});
   }
 
+  /// Selects all in `window` until PRIMARY holds `text`: on a busy machine
+  /// an editor can still be loading its document when the first keys come.
+  bool selectAllUntilPrimaryHolds(uint32_t window, const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    do {
+      selectAll(window);
+      if (waitForSelection("primary", text, 2s)) return true;
+    } while (std::chrono::steady_clock::now() < deadline);
+    return false;
+  }
+
   /// Starts mousepad on `text` and selects all of it, which puts it in
   /// PRIMARY.
   void startEditorWithSelection(const std::string& text) {
     const uint32_t window =
         startApplication({"mousepad", writeFile("note.txt", text)}, "mousepad");
     ASSERT_NE(window, 0u);
-    selectAll(window);
-    ASSERT_TRUE(waitForSelection("primary", text));
+    ASSERT_TRUE(selectAllUntilPrimaryHolds(window, text));
   }
 
   /// Starts Chromium on a page of `html` and selects all of it, which puts
@@ -121,8 +131,9 @@ class RealDesktopTest : public XvfbTest, protected TovrinHost {
   }
 
   /// Waits until `selection` holds `text`.
-  bool waitForSelection(const std::string& selection, const std::string& text) {
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
+  bool waitForSelection(const std::string& selection, const std::string& text,
+                        std::chrono::milliseconds timeout = 10s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (std::chrono::steady_clock::now() < deadline) {
       if (readSelection(selection) == text) return true;
       std::this_thread::sleep_for(50ms);

@@ -174,8 +174,7 @@ TEST_F(GetSelectionOnX11Test, AFrozenApplicationCostsBoundedTime) {
   ASSERT_TRUE(pid);
   const uint32_t window = visibleWindow("mousepad");
   ASSERT_NE(window, 0u);
-  selectAll(window);
-  ASSERT_TRUE(waitForSelection("primary", "frozen text"));
+  ASSERT_TRUE(selectAllUntilPrimaryHolds(window, "frozen text"));
   ASSERT_TRUE(xvfb().signal(*pid, SIGSTOP));
 
   // Owned last: some applications take CLIPBOARD while they start.
