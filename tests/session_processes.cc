@@ -185,6 +185,7 @@ std::optional<pid_t> SessionProcesses::spawn(
     plan.stdinFd = dataFd(*options.input);
   }
   if (options.showErrors) plan.stderrFd = 2;
+  plan.keepFd = options.keepFd;
   buildPointers(plan);
   pid_t pid = launch(plan);
   closeFd(plan.stdinFd);
@@ -200,18 +201,6 @@ std::optional<pid_t> SessionProcesses::spawn(
   child.outputFd = outputFds[0];
   children_.push_back(std::move(child));
   return pid;
-}
-
-std::optional<ProcessExit> SessionProcesses::waitForExit(
-    pid_t pid, std::chrono::milliseconds timeout) {
-  Child* child = find(pid);
-  if (child == nullptr) return std::nullopt;
-  if (!child->exit) {
-    std::optional<int> status = reap(pid, Clock::now() + timeout);
-    if (!status) return std::nullopt;
-    child->exit = exitOf(*status);
-  }
-  return child->exit;
 }
 
 template <typename Done>
@@ -235,14 +224,6 @@ bool SessionProcesses::readOutput(Child& child,
     child.pendingOutput.append(buffer, static_cast<size_t>(count));
   }
   return true;
-}
-
-std::string SessionProcesses::output(pid_t pid,
-                                     std::chrono::milliseconds timeout) {
-  Child* child = find(pid);
-  if (child == nullptr) return {};
-  readOutput(*child, timeout, [] { return false; });
-  return std::exchange(child->pendingOutput, {});
 }
 
 std::optional<std::string> SessionProcesses::readLine(
@@ -281,15 +262,16 @@ std::optional<RunResult> SessionProcesses::run(
   std::optional<pid_t> pid = spawn(argv, options);
   if (!pid) return std::nullopt;
   auto deadline = Clock::now() + timeout;
+  Child& child = *find(*pid);
   // Reading as it comes keeps a chatty program from blocking on a full pipe.
-  std::string text = output(*pid, timeout);
-  std::optional<ProcessExit> exit =
-      waitForExit(*pid, milliseconds(msUntil(deadline)));
-  if (!exit) {
+  readOutput(child, timeout, [] { return false; });
+  std::optional<int> status = reap(*pid, deadline);
+  if (!status) {
     terminate(*pid);
     return std::nullopt;
   }
-  return RunResult{*exit, text};
+  child.exit = exitOf(*status);
+  return RunResult{*child.exit, std::exchange(child.pendingOutput, {})};
 }
 
 bool SessionProcesses::signal(pid_t pid, int signalNumber) {
@@ -330,24 +312,6 @@ void SessionProcesses::endProcess(Child& child) {
   kill(-child.pid, SIGKILL);
   closeFd(child.inputFd);
   closeFd(child.outputFd);
-}
-
-pid_t SessionProcesses::launchServer(const std::vector<std::string>& argv,
-                                     int keepFd) {
-  LaunchPlan plan;
-  plan.argvStorage = argv;
-  plan.envStorage = environmentWith({});
-  plan.keepFd = keepFd;
-  buildPointers(plan);
-  return launch(plan);
-}
-
-void SessionProcesses::endServer(pid_t pid) {
-  kill(pid, SIGTERM);
-  if (!reap(pid, Clock::now() + kTerminateGrace)) {
-    kill(pid, SIGKILL);
-    reap(pid, Clock::now() + kTerminateGrace);
-  }
 }
 
 SessionProcesses::Child* SessionProcesses::find(pid_t pid) {

@@ -30,6 +30,8 @@ struct SpawnOptions {
   bool captureOutput = false;
   /// Lets standard error through to the test's; /dev/null otherwise.
   bool showErrors = false;
+  /// A descriptor the program gets as its fd 3 (Xvfb's -displayfd).
+  int keepFd = -1;
 };
 
 /// The end of a process: its exit code, or 128 + the signal that ended it.
@@ -55,13 +57,6 @@ class SessionProcesses {
   /// own; its pid, or nothing when it could not be started.
   std::optional<pid_t> spawn(const std::vector<std::string>& argv,
                              const SpawnOptions& options = {});
-  /// Waits for a process started here to end and reaps it; nothing when it
-  /// still runs at the deadline. (Its group is still ended at the end.)
-  std::optional<ProcessExit> waitForExit(pid_t pid,
-                                         std::chrono::milliseconds timeout);
-  /// Reads a process's captured output until it closes it or the deadline
-  /// passes, whichever comes first.
-  std::string output(pid_t pid, std::chrono::milliseconds timeout);
   /// The next line of a process's captured output, without its line feed;
   /// nothing when none is complete by the deadline or the output ended.
   std::optional<std::string> readLine(pid_t pid,
@@ -89,12 +84,6 @@ class SessionProcesses {
 
   /// Ends every process started here, the last started first.
   void endAll();
-  /// Starts a server with this process's environment and `keepFd` as its
-  /// fd 3, outside the processes started here; its pid, or -1.
-  static pid_t launchServer(const std::vector<std::string>& argv, int keepFd);
-  /// Ends a server started by launchServer(): SIGTERM, SIGKILL after a
-  /// grace period; then reaps it.
-  static void endServer(pid_t pid);
 
   /// Entries that every program started here gets: "NAME=value", or
   /// "NAME" alone for a variable it must not have.

@@ -9,7 +9,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <thread>
 
 namespace tovrin::testing {
@@ -23,75 +22,41 @@ int msUntil(Clock::time_point deadline) {
   return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
 }
 
-template <typename T>
-using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-XcbReply<T> owned(T* reply) {
-  return XcbReply<T>(reply, &std::free);
-}
-
-bool hasClass(xcb_connection_t* connection, xcb_window_t window,
-              std::string_view wmClass) {
-  auto reply = owned(xcb_get_property_reply(
-      connection,
-      xcb_get_property(connection, 0, window, XCB_ATOM_WM_CLASS,
-                       XCB_ATOM_STRING, 0, 256),
-      nullptr));
-  if (!reply || reply->format != 8) return false;
-  const char* value =
-      static_cast<const char*>(xcb_get_property_value(reply.get()));
-  std::string_view text(
-      value, static_cast<size_t>(xcb_get_property_value_length(reply.get())));
-  // "instance\0class\0"
-  while (!text.empty()) {
-    size_t end = text.find('\0');
-    if (text.substr(0, end) == wmClass) return true;
-    if (end == std::string_view::npos) break;
-    text.remove_prefix(end + 1);
-  }
-  return false;
-}
-
-std::optional<xcb_window_t> findWindow(xcb_connection_t* connection,
-                                       xcb_window_t window,
-                                       std::string_view wmClass, int depth) {
-  if (hasClass(connection, window, wmClass)) return window;
-  if (depth == 0) return std::nullopt;
-  auto tree = owned(xcb_query_tree_reply(
-      connection, xcb_query_tree(connection, window), nullptr));
-  if (!tree) return std::nullopt;
-  xcb_window_t* children = xcb_query_tree_children(tree.get());
-  int count = xcb_query_tree_children_length(tree.get());
-  for (int i = 0; i < count; ++i) {
-    if (auto found = findWindow(connection, children[i], wmClass, depth - 1)) {
-      return found;
-    }
-  }
-  return std::nullopt;
+/// Runs `work` on a connection to `display`; false when none opens.
+template <typename Work>
+bool withConnection(const std::string& display, Work work) {
+  xcb_connection_t* connection = xcb_connect(display.c_str(), nullptr);
+  const bool open = xcb_connection_has_error(connection) == 0;
+  if (open) work(connection);
+  xcb_disconnect(connection);
+  return open;
 }
 
 bool windowManagerRuns(const std::string& display) {
-  xcb_connection_t* connection = xcb_connect(display.c_str(), nullptr);
   bool runs = false;
-  if (xcb_connection_has_error(connection) == 0) {
-    xcb_window_t root =
+  withConnection(display, [&](xcb_connection_t* connection) {
+    const xcb_window_t root =
         xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
     const char name[] = "_NET_SUPPORTING_WM_CHECK";
-    auto atom = owned(xcb_intern_atom_reply(
+    auto* atom = xcb_intern_atom_reply(
         connection, xcb_intern_atom(connection, 1, sizeof name - 1, name),
-        nullptr));
-    if (atom && atom->atom != XCB_ATOM_NONE) {
-      auto property = owned(xcb_get_property_reply(
+        nullptr);
+    if (atom != nullptr && atom->atom != XCB_ATOM_NONE) {
+      auto* property = xcb_get_property_reply(
           connection,
           xcb_get_property(connection, 0, root, atom->atom, XCB_ATOM_WINDOW, 0,
                            1),
-          nullptr));
-      runs = property && xcb_get_property_value_length(property.get()) == 4;
+          nullptr);
+      runs = property != nullptr && xcb_get_property_value_length(property) == 4;
+      std::free(property);
     }
-  }
-  xcb_disconnect(connection);
+    std::free(atom);
+  });
   return runs;
+}
+
+const char* selectionName(Selection selection) {
+  return selection == Selection::kPrimary ? "primary" : "clipboard";
 }
 
 }  // namespace
@@ -104,17 +69,19 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
   };
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) return fail("no pipe for -displayfd");
-  pid_t server = launchServer({"Xvfb", "-displayfd", "3", "-screen", "0",
-                               options.screen, "-nolisten", "tcp", "-noreset"},
-                              fds[1]);
-  close(fds[1]);
-  if (server < 0) {
-    close(fds[0]);
-    return fail("fork failed");
-  }
-
   std::unique_ptr<XvfbSession> session(new XvfbSession());
-  session->serverPid_ = server;
+  SpawnOptions serverOptions;
+  serverOptions.keepFd = fds[1];
+  const auto server = session->spawn(
+      {"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24", "-nolisten",
+       "tcp", "-noreset"},
+      serverOptions);
+  close(fds[1]);
+  if (!server) {
+    close(fds[0]);
+    return fail("Xvfb did not start");
+  }
+  session->serverPid_ = *server;
   // Xvfb writes its display number once it accepts connections.
   auto deadline = Clock::now() + options.startTimeout;
   std::string number;
@@ -122,7 +89,7 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
     pollfd fd = {fds[0], POLLIN, 0};
     if (poll(&fd, 1, msUntil(deadline)) <= 0) break;
     char buffer[32];
-    ssize_t count = read(fds[0], buffer, sizeof buffer);
+    ssize_t count = ::read(fds[0], buffer, sizeof buffer);
     if (count <= 0) break;
     number.append(buffer, static_cast<size_t>(count));
   }
@@ -140,8 +107,9 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
     session->previousDisplay_ = previous;
   }
   setenv("DISPLAY", session->display_.c_str(), 1);
-  session->displayVariableSet_ = true;
-  session->environment_ = {"DISPLAY=" + session->display_};
+  // GTK 4 and Qt take Wayland when they see it.
+  session->environment_ = {"DISPLAY=" + session->display_, "WAYLAND_DISPLAY",
+                           "GDK_BACKEND=x11", "QT_QPA_PLATFORM=xcb"};
 
   if (options.windowManager) {
     auto wm =
@@ -158,11 +126,9 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
 }
 
 XvfbSession::~XvfbSession() {
-  // Last started, first ended: clients before the window manager.
+  // Last started, first ended: clients, the window manager, the server.
   endAll();
-  stopServer();
   if (!heldLock_.empty()) unlink(heldLock_.c_str());
-  if (!displayVariableSet_) return;
   if (previousDisplay_) {
     setenv("DISPLAY", previousDisplay_->c_str(), 1);
   } else {
@@ -170,30 +136,9 @@ XvfbSession::~XvfbSession() {
   }
 }
 
-std::optional<uint32_t> XvfbSession::waitForWindow(
-    std::string_view wmClass, std::chrono::milliseconds timeout) {
-  auto deadline = Clock::now() + timeout;
-  xcb_connection_t* connection = xcb_connect(display_.c_str(), nullptr);
-  std::optional<uint32_t> found;
-  if (xcb_connection_has_error(connection) == 0) {
-    xcb_window_t root =
-        xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
-    for (;;) {
-      if (auto window = findWindow(connection, root, wmClass, 3)) {
-        found = *window;
-        break;
-      }
-      if (Clock::now() >= deadline) break;
-      std::this_thread::sleep_for(milliseconds(20));
-    }
-  }
-  xcb_disconnect(connection);
-  return found;
-}
-
 void XvfbSession::stopServer() {
   if (serverPid_ <= 0) return;
-  endServer(serverPid_);
+  terminate(serverPid_);
   serverPid_ = -1;
   // The display number stays ours until the session ends: a server that
   // another test starts meanwhile would take it, and the clients of this
@@ -212,12 +157,97 @@ void XvfbSession::stopServer() {
   }
 }
 
-void XvfbTest::SetUp() {
-  std::string error;
-  xvfb_ = XvfbSession::start(xvfbOptions_, &error);
-  if (!xvfb_) GTEST_SKIP() << "No X server could be started: " << error;
+std::map<std::string, std::string> XvfbSession::clientEnvironment() const {
+  return {{"DISPLAY", display_}, {"WAYLAND_DISPLAY", ""}};
 }
 
-void XvfbTest::TearDown() { xvfb_.reset(); }
+bool XvfbSession::succeeds(const std::vector<std::string>& argv) {
+  const auto result = run(argv, milliseconds(10000));
+  return result && result->exit.code == 0;
+}
+
+std::optional<pid_t> XvfbSession::startApplication(
+    const Application& application) {
+  SpawnOptions options;
+  options.environment = application.environment;
+  const auto pid = spawn(application.argv, options);
+  if (!pid) return std::nullopt;
+  // Toolkits also give WM_CLASS to hidden leader windows, which cannot be
+  // activated: the first mapped one. xdotool gives up on its search when a
+  // window vanishes under it, as starting applications' windows do: search
+  // again until the deadline.
+  const auto deadline = Clock::now() + milliseconds(30000);
+  while (Clock::now() < deadline && running(*pid)) {
+    const auto found = run({"xdotool", "search", "--sync", "--onlyvisible",
+                            "--class", application.id},
+                           milliseconds(30000));
+    if (found && found->exit.code == 0) {
+      const std::string window =
+          found->output.substr(0, found->output.find('\n'));
+      if (succeeds({"xdotool", "windowactivate", "--sync", window})) {
+        return pid;
+      }
+    }
+    std::this_thread::sleep_for(milliseconds(100));
+  }
+  ADD_FAILURE() << "No window of " << application.id << " got the focus";
+  return std::nullopt;
+}
+
+bool XvfbSession::pressKeys(const std::string& combination) {
+  return succeeds({"xdotool", "key", "--clearmodifiers", combination});
+}
+
+bool XvfbSession::setLayout(const std::string& layout) {
+  return succeeds({"setxkbmap", "-display", display_, "-layout", layout});
+}
+
+std::optional<std::string> XvfbSession::read(Selection selection) {
+  const auto result = run({"xclip", "-o", "-selection", selectionName(selection)},
+                          milliseconds(5000));
+  if (!result || result->exit.code != 0) return std::nullopt;
+  return result->output;
+}
+
+std::optional<pid_t> XvfbSession::own(Selection selection,
+                                      const std::string& text) {
+  SpawnOptions options;
+  options.input = text;
+  // In the foreground it stays our child, to be ended by its pid.
+  const auto pid =
+      spawn({"xclip", "-quiet", "-selection", selectionName(selection), "-i"},
+            options);
+  if (!pid || !waitFor(selection, text)) {
+    ADD_FAILURE() << "xclip did not take the " << selectionName(selection);
+    return std::nullopt;
+  }
+  return pid;
+}
+
+std::optional<std::vector<int>> XvfbSession::keysDown() {
+  std::vector<int> down;
+  const bool open = withConnection(display_, [&](xcb_connection_t* connection) {
+    auto* keys = xcb_query_keymap_reply(
+        connection, xcb_query_keymap(connection), nullptr);
+    for (int key = 0; keys != nullptr && key < 256; ++key) {
+      if ((keys->keys[key / 8] & (1 << (key % 8))) != 0) down.push_back(key);
+    }
+    std::free(keys);
+  });
+  if (!open) return std::nullopt;
+  return down;
+}
+
+std::unique_ptr<Desktop> startX11Desktop(std::string* error) {
+  XvfbOptions options;
+  options.windowManager = true;
+  return XvfbSession::start(options, error);
+}
+
+void XvfbTest::SetUp() {
+  std::string error;
+  xvfb_ = XvfbSession::start(XvfbOptions(), &error);
+  if (!xvfb_) GTEST_SKIP() << "No X server could be started: " << error;
+}
 
 }  // namespace tovrin::testing

@@ -1,87 +1,74 @@
 #ifndef TOVRIN_TESTS_XVFB_SESSION_H_
 #define TOVRIN_TESTS_XVFB_SESSION_H_
 
-// A private X server for tests: starts Xvfb on a free display (and a window
-// manager when asked), runs the programs a test needs on it, and ends and
-// reaps everything it started, by process id, when it goes away.
+// The X11 desktop of the tests: Xvfb on a free display, with
+// matchbox-window-manager when asked (it sets _NET_ACTIVE_WINDOW), the
+// keyboard through XTest (xdotool) and the selections through xclip.
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <vector>
 
-#include "tests/session_processes.h"
+#include "tests/desktop.h"
 
 namespace tovrin::testing {
 
 /// How an XvfbSession starts.
 struct XvfbOptions {
-  /// Also runs matchbox-window-manager, which sets _NET_ACTIVE_WINDOW.
   bool windowManager = false;
-  /// The screen's width x height x depth.
-  std::string screen = "1280x800x24";
-  /// How long the server (and window manager) may take to be ready.
   std::chrono::milliseconds startTimeout{10000};
 };
 
-/// An Xvfb server and the processes started on it. While it lives, DISPLAY
-/// names its display in this process's environment. Create and destroy it on
-/// the same thread (the started processes end when that thread does).
-class XvfbSession : public SessionProcesses {
+/// While it lives, DISPLAY names its display in this process's environment.
+/// Create and destroy it on the same thread (the started processes end when
+/// that thread does).
+class XvfbSession : public Desktop {
  public:
   /// Starts Xvfb on a display it picks (-displayfd) and waits until it is
   /// ready; null, with the reason in `error`, when it cannot.
   static std::unique_ptr<XvfbSession> start(const XvfbOptions& options,
                                             std::string* error);
-  static std::unique_ptr<XvfbSession> start(std::string* error) {
-    return start(XvfbOptions(), error);
-  }
-  /// Ends every process started here and what is left of its group
-  /// (SIGTERM, SIGKILL after a grace period), then the server, and restores
+  /// Ends every process started here, then the server, and restores
   /// DISPLAY.
-  ~XvfbSession();
-  XvfbSession(const XvfbSession&) = delete;
-  XvfbSession& operator=(const XvfbSession&) = delete;
+  ~XvfbSession() override;
 
   /// The display's name, e.g. ":3".
   const std::string& display() const { return display_; }
-  pid_t serverPid() const { return serverPid_; }
-
-  /// The first window whose WM_CLASS instance or class is `wmClass`;
-  /// nothing at the deadline.
-  std::optional<uint32_t> waitForWindow(std::string_view wmClass,
-                                        std::chrono::milliseconds timeout);
-
+  pid_t serverPid() const override { return serverPid_; }
   /// Ends the X server now, e.g. to see clients notice it is gone.
   void stopServer();
 
+  std::map<std::string, std::string> clientEnvironment() const override;
+  std::optional<pid_t> startApplication(const Application& application) override;
+  bool pressKeys(const std::string& combination) override;
+  bool setLayout(const std::string& layout) override;
+  std::optional<std::string> read(Selection selection) override;
+  std::optional<pid_t> own(Selection selection, const std::string& text) override;
+  std::optional<std::vector<int>> keysDown() override;
+
  private:
   XvfbSession() = default;
+  /// Runs `argv` to its end; false unless it exited with 0.
+  bool succeeds(const std::vector<std::string>& argv);
 
   std::string display_;
   pid_t serverPid_ = -1;
   std::optional<std::string> previousDisplay_;
-  bool displayVariableSet_ = false;
   /// The lock file that keeps the display number after stopServer().
   std::string heldLock_;
 };
 
-/// A test that runs on its own Xvfb, skipped with a clear message where no
-/// X server can be started. Set `xvfbOptions_` in the constructor to change
-/// how the server starts.
+/// A test that runs on its own Xvfb (without a window manager), skipped
+/// with a clear message where no X server can be started.
 class XvfbTest : public ::testing::Test {
  protected:
   void SetUp() override;
-  void TearDown() override;
+  void TearDown() override { xvfb_.reset(); }
   XvfbSession& xvfb() { return *xvfb_; }
 
-  XvfbOptions xvfbOptions_;
   std::unique_ptr<XvfbSession> xvfb_;
 };
 

@@ -11,8 +11,6 @@
 // On standard input, one command a line:
 //   ctrl+a, ctrl+shift+Left, shift+End, Return   presses those keys
 //   layout ru                                    gives the keyboard that layout
-//   group 1                                      makes the second layout of
-//                                                the keymap ("us,ru") active
 // Keys are keysym names, looked up in the keymap; a keysym the layout does
 // not have (a Latin letter under "ru") is the key at its US position, as a
 // person would press it. Each command is answered on standard output, once
@@ -37,10 +35,31 @@
 #include <string>
 #include <vector>
 
-#include "tests/wayland/seat_client.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 
 namespace {
+
+struct Globals {
+  wl_seat* seat = nullptr;
+  zwp_virtual_keyboard_manager_v1* manager = nullptr;
+};
+
+void onGlobal(void* data, wl_registry* registry, uint32_t name,
+              const char* interface, uint32_t) {
+  auto* globals = static_cast<Globals*>(data);
+  if (std::strcmp(interface, wl_seat_interface.name) == 0 &&
+      globals->seat == nullptr) {
+    globals->seat = static_cast<wl_seat*>(
+        wl_registry_bind(registry, name, &wl_seat_interface, 1));
+  } else if (std::strcmp(interface,
+                         zwp_virtual_keyboard_manager_v1_interface.name) == 0) {
+    globals->manager = static_cast<zwp_virtual_keyboard_manager_v1*>(
+        wl_registry_bind(registry, name,
+                         &zwp_virtual_keyboard_manager_v1_interface, 1));
+  }
+}
+
+void onGlobalRemove(void*, wl_registry*, uint32_t) {}
 
 struct KeymapDeleter {
   void operator()(xkb_keymap* keymap) const { xkb_keymap_unref(keymap); }
@@ -123,19 +142,6 @@ class Holder {
                                    fd, static_cast<uint32_t>(size));
     close(fd);
     keymap_ = std::move(keymap);
-    group_ = 0;
-    return "";
-  }
-
-  /// Makes layout `group` of the keymap the active one.
-  std::string setGroup(const std::string& group) {
-    const xkb_layout_index_t index =
-        static_cast<xkb_layout_index_t>(std::atoi(group.c_str()));
-    if (index >= xkb_keymap_num_layouts(keymap_.get())) {
-      return "the keymap has no layout " + group;
-    }
-    group_ = index;
-    zwp_virtual_keyboard_v1_modifiers(keyboard_, 0, 0, 0, group_);
     return "";
   }
 
@@ -162,7 +168,7 @@ class Holder {
                                     XKB_KEYSYM_CASE_INSENSITIVE);
     }
     if (keysym == XKB_KEY_NoSymbol) return "unknown keysym " + names.back();
-    std::optional<KeyPosition> key = findKeysym(keymap_.get(), group_, keysym);
+    std::optional<KeyPosition> key = findKeysym(keymap_.get(), 0, keysym);
     if (!key && usKeymap_) key = findKeysym(usKeymap_.get(), 0, keysym);
     if (!key) return "no key gives " + names.back();
     if (key->level == 1)
@@ -170,12 +176,12 @@ class Holder {
 
     // Evdev codes: the keymap's codes less 8.
     const uint32_t code = key->keycode - 8;
-    zwp_virtual_keyboard_v1_modifiers(keyboard_, mods, 0, 0, group_);
+    zwp_virtual_keyboard_v1_modifiers(keyboard_, mods, 0, 0, 0);
     zwp_virtual_keyboard_v1_key(keyboard_, nowMs(), code,
                                 WL_KEYBOARD_KEY_STATE_PRESSED);
     zwp_virtual_keyboard_v1_key(keyboard_, nowMs(), code,
                                 WL_KEYBOARD_KEY_STATE_RELEASED);
-    zwp_virtual_keyboard_v1_modifiers(keyboard_, 0, 0, 0, group_);
+    zwp_virtual_keyboard_v1_modifiers(keyboard_, 0, 0, 0, 0);
     return "";
   }
 
@@ -201,7 +207,6 @@ class Holder {
   zwp_virtual_keyboard_v1* keyboard_;
   xkb_context* context_;
   Keymap keymap_;
-  xkb_layout_index_t group_ = 0;
   Keymap usKeymap_;
 };
 
@@ -209,17 +214,23 @@ class Holder {
 
 int main(int argc, char** argv) {
   const std::string layout = argc > 1 ? argv[1] : "us";
-  tovrin::testing::SeatClient client;
-  if (!tovrin::testing::connectSeatClient(
-          "keyboard_holder", zwp_virtual_keyboard_manager_v1_interface,
-          client)) {
+  wl_display* display = wl_display_connect(nullptr);
+  if (display == nullptr) {
+    std::fprintf(stderr, "keyboard_holder: no Wayland display\n");
     return 1;
   }
-  wl_display* display = client.display;
+  static const wl_registry_listener listener = {onGlobal, onGlobalRemove};
+  Globals globals;
+  wl_registry_add_listener(wl_display_get_registry(display), &listener,
+                           &globals);
+  if (wl_display_roundtrip(display) < 0 || globals.seat == nullptr ||
+      globals.manager == nullptr) {
+    std::fprintf(stderr, "keyboard_holder: no seat or no virtual keyboards\n");
+    return 1;
+  }
   zwp_virtual_keyboard_v1* keyboard =
-      zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(
-          static_cast<zwp_virtual_keyboard_manager_v1*>(client.manager),
-          client.seat);
+      zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(globals.manager,
+                                                              globals.seat);
   xkb_context* context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
   Holder holder(display, keyboard, context);
   const std::string error = holder.setLayout(layout);
@@ -248,8 +259,6 @@ int main(int argc, char** argv) {
       std::string result;
       if (line.rfind("layout ", 0) == 0) {
         result = holder.setLayout(line.substr(7));
-      } else if (line.rfind("group ", 0) == 0) {
-        result = holder.setGroup(line.substr(6));
       } else {
         result = holder.press(line);
       }

@@ -8,7 +8,7 @@
 # PROGRAM and everything it reads must be readable by that user.
 set -euo pipefail
 
-source "$(dirname "$0")/../../scripts/test_user.sh"
+source "$(dirname "$0")/../scripts/test_user.sh"
 user=$TOVRIN_TEST_USER
 
 if [ $# -eq 0 ]; then
