@@ -21,7 +21,8 @@ void discardEventsOf(Display* display, Window window) {
     return event.xany.window == window;
   };
   XEvent event;
-  while (XCheckIfEvent(display, &event, &selectionEventMatches<decltype(ofWindow)>,
+  while (XCheckIfEvent(display, &event,
+                       &selectionEventMatches<decltype(ofWindow)>,
                        reinterpret_cast<XPointer>(&ofWindow))) {
   }
 }
@@ -63,8 +64,9 @@ SelectionConversion failure(SelectionConversion::Result result) {
 }
 
 SelectionConversion::Result resultOf(SelectionWait wait) {
-  return wait == SelectionWait::kTimedOut ? SelectionConversion::Result::kTimedOut
-                                       : SelectionConversion::Result::kFailed;
+  return wait == SelectionWait::kTimedOut
+             ? SelectionConversion::Result::kTimedOut
+             : SelectionConversion::Result::kFailed;
 }
 
 // Receives the chunks of an INCR transfer whose announcement has just been
@@ -163,7 +165,8 @@ SelectionConversion convertSelection(Display* display, Window requestor,
            event.xselection.target == target;
   };
   XEvent event;
-  SelectionWait wait = waitForSelectionEvent(display, deadline.current(), isAnswer, &event);
+  SelectionWait wait =
+      waitForSelectionEvent(display, deadline.current(), isAnswer, &event);
   if (wait != SelectionWait::kEvent) return answeredBy(failure(resultOf(wait)));
   deadline.progressed();
   if (event.xselection.property == None) {

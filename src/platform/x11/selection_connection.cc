@@ -114,7 +114,9 @@ SelectionConnection::~SelectionConnection() {
   XCloseDisplay(display_);
 }
 
-bool SelectionConnection::broken() const { return x11ConnectionBroken(display_); }
+bool SelectionConnection::broken() const {
+  return x11ConnectionBroken(display_);
+}
 
 void SelectionConnection::renewWindow() {
   if (broken()) return;
