@@ -9,7 +9,7 @@
 // (mac/platform.mm), X11 (x11/platform.cc), Wayland on wlroots compositors
 // (wayland/platform.cc), and the fake desktop that the tests drive.
 // `createPlatform()` is defined by mac/platform.mm, and on Linux by
-// linux/create_platform.cc, which picks Wayland or X11 when tovrin starts.
+// create_platform_linux.cc, which picks Wayland or X11 when tovrin starts.
 //
 // Objects that a "Create" or "Copy" operation hands out are owned through
 // std::unique_ptr handles: the caller releases them by letting the handle go,

@@ -1,77 +1,12 @@
 #include "platform/atspi/sd_bus.h"
 
-#include <dlfcn.h>
-#include <systemd/sd-bus.h>
-#include <time.h>
-
-#include <cerrno>
 #include <cstring>
 
+#include "platform/atspi/sd_bus_library.h"
+
 namespace tovrin {
-
-struct SdBusLibrary {
-  decltype(&sd_bus_new) busNew = nullptr;
-  decltype(&sd_bus_set_address) setAddress = nullptr;
-  decltype(&sd_bus_set_bus_client) setBusClient = nullptr;
-  decltype(&sd_bus_start) start = nullptr;
-  decltype(&sd_bus_open_user) openUser = nullptr;
-  decltype(&sd_bus_is_ready) isReady = nullptr;
-  decltype(&sd_bus_process) process = nullptr;
-  decltype(&sd_bus_wait) wait = nullptr;
-  decltype(&sd_bus_close) close = nullptr;
-  decltype(&sd_bus_unref) unref = nullptr;
-  decltype(&sd_bus_message_new_method_call) newMethodCall = nullptr;
-  decltype(&sd_bus_message_set_auto_start) setAutoStart = nullptr;
-  decltype(&sd_bus_message_append) append = nullptr;
-  decltype(&sd_bus_call) call = nullptr;
-  decltype(&sd_bus_message_unref) messageUnref = nullptr;
-  decltype(&sd_bus_message_read) read = nullptr;
-  decltype(&sd_bus_message_enter_container) enterContainer = nullptr;
-  decltype(&sd_bus_message_exit_container) exitContainer = nullptr;
-  decltype(&sd_bus_error_free) errorFree = nullptr;
-  decltype(&sd_bus_error_has_name) errorHasName = nullptr;
-
-  /// libsystemd's functions, or null when it cannot be loaded. The library
-  /// stays loaded for the life of the process: it keeps caches per thread
-  /// whose destructors must still find their code at thread exit.
-  static std::unique_ptr<SdBusLibrary> load() {
-    void* handle = dlopen("libsystemd.so.0", RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) return nullptr;
-    auto library = std::make_unique<SdBusLibrary>();
-    bool complete = true;
-    auto resolve = [&](auto& function, const char* name) {
-      function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
-          dlsym(handle, name));
-      complete = complete && function != nullptr;
-    };
-    resolve(library->busNew, "sd_bus_new");
-    resolve(library->setAddress, "sd_bus_set_address");
-    resolve(library->setBusClient, "sd_bus_set_bus_client");
-    resolve(library->start, "sd_bus_start");
-    resolve(library->openUser, "sd_bus_open_user");
-    resolve(library->isReady, "sd_bus_is_ready");
-    resolve(library->process, "sd_bus_process");
-    resolve(library->wait, "sd_bus_wait");
-    resolve(library->close, "sd_bus_close");
-    resolve(library->unref, "sd_bus_unref");
-    resolve(library->newMethodCall, "sd_bus_message_new_method_call");
-    resolve(library->setAutoStart, "sd_bus_message_set_auto_start");
-    resolve(library->append, "sd_bus_message_append");
-    resolve(library->call, "sd_bus_call");
-    resolve(library->messageUnref, "sd_bus_message_unref");
-    resolve(library->read, "sd_bus_message_read");
-    resolve(library->enterContainer, "sd_bus_message_enter_container");
-    resolve(library->exitContainer, "sd_bus_message_exit_container");
-    resolve(library->errorFree, "sd_bus_error_free");
-    resolve(library->errorHasName, "sd_bus_error_has_name");
-    if (!complete) return nullptr;
-    return library;
-  }
-};
-
 namespace {
 
-constexpr std::chrono::milliseconds kCallTimeout{250};
 constexpr const char* kRegistry = "org.a11y.atspi.Registry";
 constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 constexpr const char* kAccessible = "org.a11y.atspi.Accessible";
@@ -79,101 +14,6 @@ constexpr const char* kText = "org.a11y.atspi.Text";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 constexpr const char* kA11yBus = "org.a11y.Bus";
 constexpr const char* kA11yBusPath = "/org/a11y/bus";
-
-
-/// A bus connection, closed and released on every path.
-class Bus {
- public:
-  Bus(const SdBusLibrary& library, sd_bus* bus)
-      : library_(library), bus_(bus) {}
-  ~Bus() {
-    if (bus_ != nullptr) {
-      // Closed without flushing: flushing waits without a deadline.
-      library_.close(bus_);
-      library_.unref(bus_);
-    }
-  }
-  Bus(const Bus&) = delete;
-  Bus& operator=(const Bus&) = delete;
-  sd_bus* get() const { return bus_; }
-
-  /// Drives the connection (authentication, Hello) until it is ready.
-  BusStatus waitReady(std::chrono::nanoseconds deadline) const {
-    for (;;) {
-      int r = library_.isReady(bus_);
-      if (r > 0) return BusStatus::kOk;
-      if (r < 0) return BusStatus::kUnavailable;
-      r = library_.process(bus_, nullptr);
-      if (r < 0) return BusStatus::kUnavailable;
-      if (r > 0) continue;
-      const auto remaining = deadline - monotonicNow();
-      if (remaining <= std::chrono::nanoseconds(0)) return BusStatus::kTimedOut;
-      const auto micros =
-          std::chrono::duration_cast<std::chrono::microseconds>(remaining);
-      if (library_.wait(bus_, static_cast<uint64_t>(micros.count()) + 1) < 0) {
-        return BusStatus::kUnavailable;
-      }
-    }
-  }
-
- private:
-  const SdBusLibrary& library_;
-  sd_bus* bus_;
-};
-
-/// A message, released on every path.
-class Message {
- public:
-  explicit Message(const SdBusLibrary& library) : library_(library) {}
-  ~Message() {
-    if (message_ != nullptr) library_.messageUnref(message_);
-  }
-  Message(const Message&) = delete;
-  Message& operator=(const Message&) = delete;
-  sd_bus_message* get() const { return message_; }
-  sd_bus_message** out() { return &message_; }
-
- private:
-  const SdBusLibrary& library_;
-  sd_bus_message* message_ = nullptr;
-};
-
-/// Calls `member`, with the arguments `append` adds, and waits for the reply
-/// in `reply` at most kCallTimeout and never past `deadline`.
-template <typename Append>
-BusStatus callMethod(const SdBusLibrary& library, sd_bus* bus,
-                     const std::string& destination, const std::string& path,
-                     const char* interface, const char* member,
-                     std::chrono::nanoseconds deadline, Message& reply,
-                     Append append) {
-  const auto remaining = std::min<std::chrono::nanoseconds>(
-      deadline - monotonicNow(), kCallTimeout);
-  // sd_bus_call takes 0 for its default of 25 s: a spent budget never
-  // reaches it.
-  const auto micros =
-      std::chrono::duration_cast<std::chrono::microseconds>(remaining);
-  if (micros.count() <= 0) return BusStatus::kTimedOut;
-  Message call(library);
-  if (library.newMethodCall(bus, call.out(), destination.c_str(), path.c_str(),
-                            interface, member) < 0) {
-    return BusStatus::kUnavailable;
-  }
-  // Reading a selection must not start services on the bus as a side
-  // effect: one that is not running has nothing to tell.
-  library.setAutoStart(call.get(), 0);
-  if (append(call.get()) < 0) return BusStatus::kUnavailable;
-  sd_bus_error error{};  // SD_BUS_ERROR_NULL, a C compound literal
-  const int r = library.call(bus, call.get(),
-                             static_cast<uint64_t>(micros.count()), &error,
-                             reply.out());
-  const bool timedOut =
-      r == -ETIMEDOUT ||
-      library.errorHasName(&error, "org.freedesktop.DBus.Error.NoReply") > 0 ||
-      library.errorHasName(&error, "org.freedesktop.DBus.Error.Timeout") > 0;
-  library.errorFree(&error);
-  if (r >= 0) return BusStatus::kOk;
-  return timedOut ? BusStatus::kTimedOut : BusStatus::kUnavailable;
-}
 
 int noArguments(sd_bus_message*) { return 0; }
 
@@ -209,12 +49,12 @@ bool readObjects(const SdBusLibrary& library, sd_bus_message* message,
 
 struct SdAtspiBus::Connection {
   std::unique_ptr<SdBusLibrary> library;
-  std::unique_ptr<Bus> bus;
+  std::unique_ptr<SdBusConnection> bus;
 
   template <typename Append>
   BusStatus call(const std::string& destination, const std::string& path,
                  const char* interface, const char* member,
-                 std::chrono::nanoseconds deadline, Message& reply,
+                 std::chrono::nanoseconds deadline, SdBusMessage& reply,
                  Append append) {
     return callMethod(*library, bus->get(), destination, path, interface,
                       member, deadline, reply, append);
@@ -224,7 +64,7 @@ struct SdAtspiBus::Connection {
                                        const char* interface,
                                        const char* property,
                                        std::chrono::nanoseconds deadline) {
-    Message reply(*library);
+    SdBusMessage reply(*library);
     const BusStatus status = call(
         object.bus, object.path, kProperties, "Get",
         deadline, reply, [&](sd_bus_message* m) {
@@ -237,27 +77,13 @@ struct SdAtspiBus::Connection {
   }
 };
 
-namespace {
-
-/// The session bus, ready; null when it is not there by `deadline`.
-std::unique_ptr<Bus> openSessionBus(const SdBusLibrary& library,
-                                    std::chrono::nanoseconds deadline) {
-  sd_bus* raw = nullptr;
-  if (library.openUser(&raw) < 0) return nullptr;
-  auto session = std::make_unique<Bus>(library, raw);
-  if (session->waitReady(deadline) != BusStatus::kOk) return nullptr;
-  return session;
-}
-
-}  // namespace
-
 BusStatus SdAtspiBus::enableToolkitAccessibility(
     std::chrono::nanoseconds deadline) {
   const auto library = SdBusLibrary::load();
   if (!library) return BusStatus::kUnavailable;
   const auto session = openSessionBus(*library, deadline);
   if (!session) return BusStatus::kUnavailable;
-  Message reply(*library);
+  SdBusMessage reply(*library);
   return callMethod(*library, session->get(), kA11yBus, kA11yBusPath,
                     kProperties, "Set", deadline, reply,
                     [&](sd_bus_message* m) {
@@ -280,7 +106,7 @@ std::unique_ptr<SdAtspiBus> SdAtspiBus::connect(
   } else {
     const auto session = openSessionBus(library, deadline);
     if (!session) return nullptr;
-    Message reply(library);
+    SdBusMessage reply(library);
     if (callMethod(library, session->get(), kA11yBus, kA11yBusPath, kA11yBus,
                    "GetAddress", deadline, reply,
                    noArguments) != BusStatus::kOk) {
@@ -295,7 +121,7 @@ std::unique_ptr<SdAtspiBus> SdAtspiBus::connect(
 
   sd_bus* raw = nullptr;
   if (library.busNew(&raw) < 0) return nullptr;
-  connection->bus = std::make_unique<Bus>(library, raw);
+  connection->bus = std::make_unique<SdBusConnection>(library, raw);
   if (library.setAddress(raw, busAddress.c_str()) < 0 ||
       library.setBusClient(raw, 1) < 0 || library.start(raw) < 0 ||
       connection->bus->waitReady(deadline) != BusStatus::kOk) {
@@ -319,7 +145,7 @@ BusReply<std::vector<AccessibleRef>> SdAtspiBus::applications(
 BusReply<pid_t> SdAtspiBus::processOf(const std::string& busName,
                                       std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message reply(library);
+  SdBusMessage reply(library);
   const BusStatus status = connection_->call(
       "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "GetConnectionUnixProcessID", deadline, reply,
@@ -335,7 +161,7 @@ BusReply<pid_t> SdAtspiBus::processOf(const std::string& busName,
 BusReply<std::vector<AccessibleRef>> SdAtspiBus::focusedDescendants(
     const AccessibleRef& root, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message reply(library);
+  SdBusMessage reply(library);
   const BusStatus status = connection_->call(
       root.bus, root.path, "org.a11y.atspi.Collection", "GetMatches", deadline,
       reply, [&](sd_bus_message* m) {
@@ -356,7 +182,7 @@ BusReply<std::vector<AccessibleRef>> SdAtspiBus::focusedDescendants(
 BusReply<std::vector<AccessibleRef>> SdAtspiBus::children(
     const AccessibleRef& object, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message reply(library);
+  SdBusMessage reply(library);
   const BusStatus status =
       connection_->call(object.bus, object.path, kAccessible, "GetChildren",
                         deadline, reply, noArguments);
@@ -369,7 +195,7 @@ BusReply<std::vector<AccessibleRef>> SdAtspiBus::children(
 BusReply<std::vector<uint32_t>> SdAtspiBus::states(
     const AccessibleRef& object, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message reply(library);
+  SdBusMessage reply(library);
   const BusStatus status =
       connection_->call(object.bus, object.path, kAccessible, "GetState",
                         deadline, reply, noArguments);
@@ -389,7 +215,7 @@ BusReply<std::vector<uint32_t>> SdAtspiBus::states(
 BusReply<std::vector<TextRange>> SdAtspiBus::selections(
     const AccessibleRef& object, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message count(library);
+  SdBusMessage count(library);
   BusStatus status = connection_->call(object.bus, object.path, kText,
                                        "GetNSelections", deadline, count,
                                        noArguments);
@@ -400,7 +226,7 @@ BusReply<std::vector<TextRange>> SdAtspiBus::selections(
   // A text has one selection, a few at most; a count beyond that is not
   // worth a round trip each.
   for (int32_t i = 0; i < n && i < 16; ++i) {
-    Message reply(library);
+    SdBusMessage reply(library);
     status = connection_->call(
         object.bus, object.path, kText, "GetSelection", deadline, reply,
         [&](sd_bus_message* m) { return library.append(m, "i", i); });
@@ -418,7 +244,7 @@ BusReply<std::string> SdAtspiBus::text(const AccessibleRef& object,
                                        TextRange range,
                                        std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message reply(library);
+  SdBusMessage reply(library);
   const BusStatus status = connection_->call(
       object.bus, object.path, kText, "GetText", deadline, reply,
       [&](sd_bus_message* m) {
@@ -445,7 +271,7 @@ BusReply<AccessibleRef> SdAtspiBus::embeddedObject(
     const AccessibleRef& object, int32_t offset,
     std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  Message index(library);
+  SdBusMessage index(library);
   BusStatus status = connection_->call(
       object.bus, object.path, "org.a11y.atspi.Hypertext", "GetLinkIndex",
       deadline, index,
@@ -453,7 +279,7 @@ BusReply<AccessibleRef> SdAtspiBus::embeddedObject(
   if (status != BusStatus::kOk) return {status};
   int32_t link = -1;
   if (library.read(index.get(), "i", &link) < 0 || link < 0) return {};
-  Message linkReply(library);
+  SdBusMessage linkReply(library);
   status = connection_->call(
       object.bus, object.path, "org.a11y.atspi.Hypertext", "GetLink", deadline,
       linkReply,
@@ -461,7 +287,7 @@ BusReply<AccessibleRef> SdAtspiBus::embeddedObject(
   if (status != BusStatus::kOk) return {status};
   AccessibleRef hyperlink;
   if (!readObject(library, linkReply.get(), hyperlink)) return {};
-  Message target(library);
+  SdBusMessage target(library);
   status = connection_->call(
       hyperlink.bus, hyperlink.path, "org.a11y.atspi.Hyperlink", "GetObject",
       deadline, target,
@@ -470,13 +296,6 @@ BusReply<AccessibleRef> SdAtspiBus::embeddedObject(
   BusReply<AccessibleRef> result{BusStatus::kOk};
   if (!readObject(library, target.get(), result.value)) return {};
   return result;
-}
-
-std::chrono::nanoseconds monotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::chrono::seconds(now.tv_sec) +
-         std::chrono::nanoseconds(now.tv_nsec);
 }
 
 }  // namespace tovrin

@@ -1,12 +1,9 @@
 #include "platform/x11/selection.h"
 
 #include <X11/Xatom.h>
-#include <poll.h>
 #include <xcb/xcb.h>
 
 #include <algorithm>
-#include <climits>
-#include <mutex>
 
 #include "platform/x11/display.h"
 #include "platform/x11/xcb_util.h"
@@ -14,45 +11,8 @@
 namespace tovrin {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // The property of the requestor window that owners write their answers to.
 constexpr const char kTransferProperty[] = "TOVRIN_SELECTION";
-// The property whose zero-length appends give server timestamps.
-constexpr const char kTimestampProperty[] = "TOVRIN_TIMESTAMP";
-
-bool connectionBroken(Display* display) {
-  return xcb_connection_has_error(xcbOf(display)) != 0;
-}
-
-enum class WaitResult { kEvent, kTimedOut, kBroken };
-
-template <typename Predicate>
-Bool matchEvent(Display*, XEvent* event, XPointer arg) {
-  return (*reinterpret_cast<const Predicate*>(arg))(*event) ? True : False;
-}
-
-// Takes the first event that `predicate` accepts, leaving every other event
-// queued for whoever else reads this connection. The deadline comes first:
-// an owner that writes faster than we read keeps the queue full, and a wait
-// that looked at the clock only when the queue ran dry would never end.
-template <typename Predicate>
-WaitResult waitForEvent(Display* display, Clock::time_point deadline,
-                        const Predicate& predicate, XEvent* event) {
-  for (;;) {
-    if (connectionBroken(display)) return WaitResult::kBroken;
-    auto now = Clock::now();
-    if (now >= deadline) return WaitResult::kTimedOut;
-    if (XCheckIfEvent(
-            display, event, &matchEvent<Predicate>,
-            reinterpret_cast<XPointer>(const_cast<Predicate*>(&predicate)))) {
-      return WaitResult::kEvent;
-    }
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
-    pollfd fd = {ConnectionNumber(display), POLLIN, 0};
-    poll(&fd, 1, static_cast<int>(std::min<int64_t>(left.count(), INT_MAX)));
-  }
-}
 
 // Drops the queued events of `window`: answers to earlier conversions that
 // must not be taken for answers to the next one.
@@ -61,7 +21,8 @@ void discardEventsOf(Display* display, Window window) {
     return event.xany.window == window;
   };
   XEvent event;
-  while (XCheckIfEvent(display, &event, &matchEvent<decltype(ofWindow)>,
+  while (XCheckIfEvent(display, &event,
+                       &selectionEventMatches<decltype(ofWindow)>,
                        reinterpret_cast<XPointer>(&ofWindow))) {
   }
 }
@@ -102,9 +63,10 @@ SelectionConversion failure(SelectionConversion::Result result) {
   return conversion;
 }
 
-SelectionConversion::Result resultOf(WaitResult wait) {
-  return wait == WaitResult::kTimedOut ? SelectionConversion::Result::kTimedOut
-                                       : SelectionConversion::Result::kFailed;
+SelectionConversion::Result resultOf(SelectionWait wait) {
+  return wait == SelectionWait::kTimedOut
+             ? SelectionConversion::Result::kTimedOut
+             : SelectionConversion::Result::kFailed;
 }
 
 // Receives the chunks of an INCR transfer whose announcement has just been
@@ -126,10 +88,10 @@ SelectionConversion receiveIncr(Display* display, Window requestor,
   };
   for (;;) {
     XEvent event;
-    WaitResult wait =
-        waitForEvent(display, deadline.current(), isNewValue, &event);
-    if (wait == WaitResult::kTimedOut) return abandon(resultOf(wait));
-    if (wait != WaitResult::kEvent) return failure(resultOf(wait));
+    SelectionWait wait =
+        waitForSelectionEvent(display, deadline.current(), isNewValue, &event);
+    if (wait == SelectionWait::kTimedOut) return abandon(resultOf(wait));
+    if (wait != SelectionWait::kEvent) return failure(resultOf(wait));
     auto chunk = readValuePart(display, requestor, property,
                                maxSize - conversion.data.size());
     if (!chunk) return failure(SelectionConversion::Result::kFailed);
@@ -156,35 +118,7 @@ SelectionConversion receiveIncr(Display* display, Window requestor,
   return conversion;
 }
 
-// Replaces Xlib's default I/O error handler, which exits, with one that
-// returns. Connections not opened here keep their default exit handler, so
-// they still end the process when they break. A handler installed by someone
-// else is left alone.
-void keepProcessOnBrokenConnections() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    // Setting null installs the default and hands back what was there.
-    XIOErrorHandler current = XSetIOErrorHandler(nullptr);
-    XIOErrorHandler xlibDefault = XSetIOErrorHandler(current);
-    if (current == xlibDefault) {
-      XSetIOErrorHandler([](Display*) { return 0; });
-    }
-  });
-}
-
 }  // namespace
-
-ConversionDeadline::ConversionDeadline(std::chrono::milliseconds inactivity,
-                                       std::chrono::milliseconds total)
-    : inactivity_(inactivity),
-      end_(Clock::now() + total),
-      lastProgress_(Clock::now()) {}
-
-void ConversionDeadline::progressed() { lastProgress_ = Clock::now(); }
-
-ConversionDeadline::Clock::time_point ConversionDeadline::current() const {
-  return std::min(lastProgress_ + inactivity_, end_);
-}
 
 std::vector<uint32_t> SelectionConversion::values32() const {
   if (format != 32) return {};
@@ -196,14 +130,14 @@ SelectionConversion convertSelection(Display* display, Window requestor,
                                      ConversionDeadline& deadline,
                                      std::span<const Window> skippedOwners,
                                      size_t maxSize) {
-  if (connectionBroken(display)) {
+  if (x11ConnectionBroken(display)) {
     return failure(SelectionConversion::Result::kFailed);
   }
   // A round trip: every event the server sent before it is queued now, so
   // the leftovers of earlier conversions can be dropped.
   Window owner = XGetSelectionOwner(display, selection);
   if (owner == None) {
-    return failure(connectionBroken(display)
+    return failure(x11ConnectionBroken(display)
                        ? SelectionConversion::Result::kFailed
                        : SelectionConversion::Result::kNoOwner);
   }
@@ -231,8 +165,9 @@ SelectionConversion convertSelection(Display* display, Window requestor,
            event.xselection.target == target;
   };
   XEvent event;
-  WaitResult wait = waitForEvent(display, deadline.current(), isAnswer, &event);
-  if (wait != WaitResult::kEvent) return answeredBy(failure(resultOf(wait)));
+  SelectionWait wait =
+      waitForSelectionEvent(display, deadline.current(), isAnswer, &event);
+  if (wait != SelectionWait::kEvent) return answeredBy(failure(resultOf(wait)));
   deadline.progressed();
   if (event.xselection.property == None) {
     return answeredBy(failure(SelectionConversion::Result::kRefused));
@@ -289,82 +224,6 @@ std::vector<std::optional<std::string>> atomNames(
         static_cast<size_t>(xcb_get_atom_name_name_length(reply.get()))));
   }
   return names;
-}
-
-Window createSelectionWindow(Display* display) {
-  XSetWindowAttributes attributes = {};
-  attributes.event_mask = PropertyChangeMask;
-  attributes.override_redirect = True;
-  return XCreateWindow(display, DefaultRootWindow(display), -10, -10, 1, 1, 0,
-                       0, InputOnly, CopyFromParent,
-                       CWEventMask | CWOverrideRedirect, &attributes);
-}
-
-std::optional<Time> serverTime(Display* display, Window window,
-                               ConversionDeadline& deadline) {
-  Atom property = internAtom(display, kTimestampProperty);
-  unsigned char nothing = 0;
-  XChangeProperty(display, window, property, XA_STRING, 8, PropModeAppend,
-                  &nothing, 0);
-  XFlush(display);
-  auto isNotice = [window, property](const XEvent& event) {
-    return event.type == PropertyNotify && event.xproperty.window == window &&
-           event.xproperty.atom == property;
-  };
-  XEvent event;
-  if (waitForEvent(display, deadline.current(), isNotice, &event) !=
-      WaitResult::kEvent) {
-    return std::nullopt;
-  }
-  deadline.progressed();
-  return event.xproperty.time;
-}
-
-std::optional<Time> acquireSelection(Display* display, Window owner,
-                                     Atom selection,
-                                     ConversionDeadline& deadline) {
-  std::optional<Time> time = serverTime(display, owner, deadline);
-  if (!time) return std::nullopt;
-  XSetSelectionOwner(display, selection, owner, *time);
-  if (XGetSelectionOwner(display, selection) != owner) return std::nullopt;
-  return time;
-}
-
-std::unique_ptr<SelectionConnection> SelectionConnection::open(
-    const std::string& displayName, const std::vector<const char*>& atomNames,
-    std::optional<std::chrono::milliseconds> openTimeout) {
-  // When a connection breaks, Xlib calls the process's I/O error handler
-  // (the default one exits) and then the connection's exit handler (the
-  // default one exits too; openDisplayWithin replaces it). Ours return:
-  // every later call on the connection fails fast, which broken() reports.
-  keepProcessOnBrokenConnections();
-  Display* display = nullptr;
-  if (openTimeout) {
-    display = openDisplayWithin(displayName, *openTimeout, atomNames);
-  } else {
-    display = XOpenDisplay(displayName.empty() ? nullptr : displayName.c_str());
-    if (display == nullptr) return nullptr;
-    XSetIOErrorExitHandler(display, [](Display*, void*) {}, nullptr);
-    if (!atomNames.empty()) internAtoms(display, atomNames);
-  }
-  if (display == nullptr) return nullptr;
-  Window window = createSelectionWindow(display);
-  return std::unique_ptr<SelectionConnection>(
-      new SelectionConnection(display, window));
-}
-
-SelectionConnection::~SelectionConnection() {
-  if (!broken()) XDestroyWindow(display_, window_);
-  XCloseDisplay(display_);
-}
-
-bool SelectionConnection::broken() const { return connectionBroken(display_); }
-
-void SelectionConnection::renewWindow() {
-  if (broken()) return;
-  XDestroyWindow(display_, window_);
-  window_ = createSelectionWindow(display_);
-  XFlush(display_);
 }
 
 }  // namespace tovrin

@@ -1,16 +1,14 @@
 #ifndef TOVRIN_PLATFORM_X11_SELECTION_H_
 #define TOVRIN_PLATFORM_X11_SELECTION_H_
 
-// X11 selections, both sides: converting a selection (with INCR transfers)
-// as a requestor, and answering requests as an owner.
+// X11 selections on the requestor's side: converting a selection, INCR
+// transfers included. The connection, deadlines and waits it stands on are
+// in selection_connection.h, the owner's side in selection_server.h.
 //
-// Nothing here waits without a deadline: every wait polls the connection's
-// socket until a ConversionDeadline passes. Calls that may fail because of
-// another client (a requestor window that vanished, an unknown atom) go
-// through XCB with their errors collected per request, so they never reach
-// Xlib's process-wide error handler, which exits by default.
-//
-// A Display* is used by one thread at a time; these functions never lock.
+// Calls that may fail because of another client (a requestor window that
+// vanished, an unknown atom) go through XCB with their errors collected per
+// request, so they never reach Xlib's process-wide error handler, which
+// exits by default.
 
 #include <X11/Xlib.h>
 
@@ -26,44 +24,16 @@
 #include <vector>
 
 #include "platform/x11/display.h"
+#include "platform/x11/selection_connection.h"
 
 namespace tovrin {
 
-/// How long one clipboard operation waits for an owner that stopped
-/// answering (a frozen or busy application). Any answer restarts the wait.
-inline constexpr std::chrono::milliseconds kX11ConversionTimeout{1000};
-/// The longest one operation may take even while the owner keeps answering,
-/// e.g. an INCR transfer that trickles in.
-inline constexpr std::chrono::milliseconds kX11TransferTotalTimeout{4000};
 /// The largest value one conversion takes in, in bytes. Clipboard text,
 /// HTML and RTF of real documents stay far below it (a 300-page book is
 /// about 1 MiB of text, its HTML a few MiB); an owner that announces or
 /// sends more is broken or hostile, and the transfer is abandoned so that
 /// memory stays bounded whatever the owner does.
 inline constexpr size_t kX11MaxValueSize = size_t{64} << 20;
-
-/// The deadline of one operation's waits: each wait may last `inactivity`
-/// since the last progress, and all of them together `total`.
-class ConversionDeadline {
- public:
-  using Clock = std::chrono::steady_clock;
-
-  explicit ConversionDeadline(
-      std::chrono::milliseconds inactivity = kX11ConversionTimeout,
-      std::chrono::milliseconds total = kX11TransferTotalTimeout);
-
-  /// Records that the other side answered: the inactivity wait starts again.
-  void progressed();
-  /// When the current wait ends.
-  Clock::time_point current() const;
-  /// Whether the current wait has ended.
-  bool expired() const { return Clock::now() >= current(); }
-
- private:
-  std::chrono::milliseconds inactivity_;
-  Clock::time_point end_;
-  Clock::time_point lastProgress_;
-};
 
 /// What converting a selection to a target gave.
 struct SelectionConversion {
@@ -120,59 +90,6 @@ SelectionConversion convertSelection(
 /// does not know (owners may send any number).
 std::vector<std::optional<std::string>> atomNames(
     Display* display, const std::vector<Atom>& atoms);
-
-/// A hidden window for selection work, selected for PropertyChangeMask by
-/// this connection. The caller destroys it (or closes the connection).
-Window createSelectionWindow(Display* display);
-
-/// The server's current time, read from the PropertyNotify of a zero-length
-/// append to a property of `window` (selected for PropertyChangeMask, as
-/// createSelectionWindow does); nothing at the deadline.
-std::optional<Time> serverTime(Display* display, Window window,
-                               ConversionDeadline& deadline);
-
-/// Makes `owner` the owner of `selection` at a real server time (ICCCM
-/// forbids CurrentTime for owners); that time, or nothing when the server
-/// did not hand the selection over.
-std::optional<Time> acquireSelection(Display* display, Window owner,
-                                     Atom selection,
-                                     ConversionDeadline& deadline);
-
-/// An X connection of its own with a window for selection work. A broken
-/// connection (the server went away) never ends the process: operations on
-/// it fail and broken() tells.
-class SelectionConnection {
- public:
-  /// Opens `displayName` (empty: $DISPLAY) and interns `atomNames` in the
-  /// same round trip, so that later XInternAtom calls for them are answered
-  /// from Xlib's cache. Null when the display does not open within
-  /// `openTimeout` (see openDisplayWithin). Without a timeout the opening
-  /// starts no thread, for a process forked from a threaded one.
-  static std::unique_ptr<SelectionConnection> open(
-      const std::string& displayName,
-      const std::vector<const char*>& atomNames = {},
-      std::optional<std::chrono::milliseconds> openTimeout = kX11OpenTimeout);
-  ~SelectionConnection();
-  SelectionConnection(const SelectionConnection&) = delete;
-  SelectionConnection& operator=(const SelectionConnection&) = delete;
-
-  Display* display() const { return display_; }
-  Window window() const { return window_; }
-  /// Whether the connection to the server is lost.
-  bool broken() const;
-  /// Destroys window() for a new one, e.g. after a transfer was abandoned:
-  /// an owner that goes on writing to the old window then fails. Closing
-  /// the connection would not do: the server hands its ids to the next
-  /// client, whose first window may be ours again.
-  void renewWindow();
-
- private:
-  SelectionConnection(Display* display, Window window)
-      : display_(display), window_(window) {}
-
-  Display* display_;
-  Window window_;
-};
 
 }  // namespace tovrin
 

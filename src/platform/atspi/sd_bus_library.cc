@@ -1,0 +1,86 @@
+#include "platform/atspi/sd_bus_library.h"
+
+#include <dlfcn.h>
+#include <time.h>
+
+#include <type_traits>
+
+namespace tovrin {
+
+std::unique_ptr<SdBusLibrary> SdBusLibrary::load() {
+  void* handle = dlopen("libsystemd.so.0", RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) return nullptr;
+  auto library = std::make_unique<SdBusLibrary>();
+  bool complete = true;
+  auto resolve = [&](auto& function, const char* name) {
+    function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
+        dlsym(handle, name));
+    complete = complete && function != nullptr;
+  };
+  resolve(library->busNew, "sd_bus_new");
+  resolve(library->setAddress, "sd_bus_set_address");
+  resolve(library->setBusClient, "sd_bus_set_bus_client");
+  resolve(library->start, "sd_bus_start");
+  resolve(library->openUser, "sd_bus_open_user");
+  resolve(library->isReady, "sd_bus_is_ready");
+  resolve(library->process, "sd_bus_process");
+  resolve(library->wait, "sd_bus_wait");
+  resolve(library->close, "sd_bus_close");
+  resolve(library->unref, "sd_bus_unref");
+  resolve(library->newMethodCall, "sd_bus_message_new_method_call");
+  resolve(library->setAutoStart, "sd_bus_message_set_auto_start");
+  resolve(library->append, "sd_bus_message_append");
+  resolve(library->call, "sd_bus_call");
+  resolve(library->messageUnref, "sd_bus_message_unref");
+  resolve(library->read, "sd_bus_message_read");
+  resolve(library->enterContainer, "sd_bus_message_enter_container");
+  resolve(library->exitContainer, "sd_bus_message_exit_container");
+  resolve(library->errorFree, "sd_bus_error_free");
+  resolve(library->errorHasName, "sd_bus_error_has_name");
+  if (!complete) return nullptr;
+  return library;
+}
+
+SdBusConnection::~SdBusConnection() {
+  if (bus_ != nullptr) {
+    // Closed without flushing: flushing waits without a deadline.
+    library_.close(bus_);
+    library_.unref(bus_);
+  }
+}
+
+BusStatus SdBusConnection::waitReady(std::chrono::nanoseconds deadline) const {
+  for (;;) {
+    int r = library_.isReady(bus_);
+    if (r > 0) return BusStatus::kOk;
+    if (r < 0) return BusStatus::kUnavailable;
+    r = library_.process(bus_, nullptr);
+    if (r < 0) return BusStatus::kUnavailable;
+    if (r > 0) continue;
+    const auto remaining = deadline - monotonicNow();
+    if (remaining <= std::chrono::nanoseconds(0)) return BusStatus::kTimedOut;
+    const auto micros =
+        std::chrono::duration_cast<std::chrono::microseconds>(remaining);
+    if (library_.wait(bus_, static_cast<uint64_t>(micros.count()) + 1) < 0) {
+      return BusStatus::kUnavailable;
+    }
+  }
+}
+
+std::unique_ptr<SdBusConnection> openSessionBus(
+    const SdBusLibrary& library, std::chrono::nanoseconds deadline) {
+  sd_bus* raw = nullptr;
+  if (library.openUser(&raw) < 0) return nullptr;
+  auto session = std::make_unique<SdBusConnection>(library, raw);
+  if (session->waitReady(deadline) != BusStatus::kOk) return nullptr;
+  return session;
+}
+
+std::chrono::nanoseconds monotonicNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::chrono::seconds(now.tv_sec) +
+         std::chrono::nanoseconds(now.tv_nsec);
+}
+
+}  // namespace tovrin
