@@ -16,8 +16,7 @@ using std::chrono::nanoseconds;
 /// counts offsets; the end for -1 or past it.
 size_t byteOf(const std::string& text, int32_t offset) {
   for (size_t i = 0; i < text.size() && offset >= 0; ++i) {
-    const bool starts = (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80;
-    if (starts && offset-- == 0) return i;
+    if ((text[i] & 0xC0) != 0x80 && offset-- == 0) return i;
   }
   return text.size();
 }
@@ -26,15 +25,10 @@ size_t byteOf(const std::string& text, int32_t offset) {
 /// the keyboard, Z frozen, N without Text, - not there. `links`: the objects
 /// its embedded-object characters stand for, by character offset.
 struct Node {
-  Node(std::string path, std::string parent = "", std::string flags = "",
-       std::string text = "", std::vector<TextRange> selections = {},
-       std::map<int32_t, std::string> links = {})
-      : path(path), parent(parent), flags(flags), text(text),
-        selections(selections), links(links) {}
   bool is(char flag) const { return flags.find(flag) != std::string::npos; }
-  std::string path, parent, flags, text;
-  std::vector<TextRange> selections;
-  std::map<int32_t, std::string> links;
+  std::string path, parent = "", flags = "", text = "";
+  std::vector<TextRange> selections = {};
+  std::map<int32_t, std::string> links = {};
 };
 
 // What a missing object answers for, and what the application does.
@@ -231,10 +225,10 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
     const char* name;
     AXError error;
     std::string text;
-    std::optional<pid_t> pid;
-    std::optional<std::string> appId;
-    std::string source;  // checked when not empty
     std::function<void(Bus&)> setUp;
+    std::optional<pid_t> pid = 42;
+    std::optional<std::string> appId = {};
+    std::string source = "";  // checked when not empty
   };
   const auto ok = kAXErrorSuccess, disabled = kAXErrorAPIDisabled,
              none = kAXErrorNoValue, late = kAXErrorCannotComplete;
@@ -242,72 +236,71 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
   const Case cases[] = {
       // Another application also holds focus and a selection of its own:
       // each toplevel keeps its focused widget.
-      {"of the focused process only", ok, "world", 42, {}, ":1.7 (GTK)",
-       [](Bus& b) { editor(b, ":1.5", 41, "elsewhere"), editor(b); }},
+      {"of the focused process only", ok, "world",
+       [](Bus& b) { editor(b, ":1.5", 41, "elsewhere"), editor(b); }, 42, {},
+       ":1.7 (GTK)"},
       // Qt marks the current tab of a tab bar focused too, ahead of the text.
-      {"a focused object without Text passed over", ok, "world", 42, {}, "",
-       [](Bus& b) {
+      {"a focused object without Text passed over", ok, "world", [](Bus& b) {
          auto& nodes = editor(b).nodes;
          nodes.insert(nodes.begin() + 2, {"/tab", "/window", "FN"});
        }},
-      {"selections joined, empty ones skipped", ok, "hello\nworld", 42, {}, "",
-       [](Bus& b) {
+      {"selections joined, empty ones skipped", ok, "hello\nworld", [](Bus& b) {
          editor(b)["/view"].selections = {{0, 5}, {3, 3}, {6, 11}};
        }},
-      {"the first focus in tree order", ok, "first", 42, {}, "",
+      {"the first focus in tree order", ok, "first",
        [](Bus& b) { twoApps(b, false); }},
-      {"the active window's focus", ok, "second", 42, {}, "",
+      {"the active window's focus", ok, "second",
        [](Bus& b) { twoApps(b, true); }},
       // Wayland tells no process: the application with the active window.
-      {"any process: the active window's", ok, "second", anyPid, {}, "",
-       [](Bus& b) { twoApps(b, true); }},
-      {"any process: the other's active window", ok, "other", anyPid, {},
-       "Mousepad (GTK)",
-       [](Bus& b) { twoApps(b, false)["/window"].flags = "A"; }},
-      {"any process, no active window", disabled, "", anyPid, {}, "",
-       [](Bus& b) { twoApps(b, false); }},
+      {"any process: the active window's", ok, "second",
+       [](Bus& b) { twoApps(b, true); }, anyPid},
+      {"any process: the other's active window", ok, "other",
+       [](Bus& b) { twoApps(b, false)["/window"].flags = "A"; }, anyPid, {},
+       "Mousepad (GTK)"},
+      {"any process, no active window", disabled, "",
+       [](Bus& b) { twoApps(b, false); }, anyPid},
       // GTK before 4.10 marks no window active: the compositor names the
       // active application by its app id.
-      {"no active window: the app id's", ok, "other", anyPid,
-       "org.xfce.mousepad", "", [](Bus& b) { twoApps(b, false); }},
-      {"no active window: an app id of none", disabled, "", anyPid,
-       "org.gnome.TextEditor", "", [](Bus& b) { twoApps(b, false); }},
-      {"an active window before the app id", ok, "second", anyPid,
-       "org.xfce.mousepad", "", [](Bus& b) { twoApps(b, true); }},
+      {"no active window: the app id's", ok, "other",
+       [](Bus& b) { twoApps(b, false); }, anyPid, "org.xfce.mousepad"},
+      {"no active window: an app id of none", disabled, "",
+       [](Bus& b) { twoApps(b, false); }, anyPid, "org.gnome.TextEditor"},
+      {"an active window before the app id", ok, "second",
+       [](Bus& b) { twoApps(b, true); }, anyPid, "org.xfce.mousepad"},
       {"embedded objects replaced by their text", ok,
-       "caf\u00e9\nSecond bold line \U0001F600", 42, {}, "Chromium (Chromium)",
-       [](Bus& b) { browser(b); }},
+       "caf\u00e9\nSecond bold line \U0001F600", [](Bus& b) { browser(b); },
+       42, {}, "Chromium (Chromium)"},
       // Beyond the limits a selection is left to the next source, which
       // takes it whole.
-      {"more embedded objects than the limit", none, "", 42, {}, "",
+      {"more embedded objects than the limit", none, "",
        [](Bus& b) { browser(b), b.limits.maxEmbedded = 3; }},
-      {"embedded objects nested too deep", none, "", 42, {}, "",
+      {"embedded objects nested too deep", none, "",
        [](Bus& b) { browser(b), b.limits.maxEmbeddedDepth = 1; }},
-      {"an object that stands for itself", none, "", 42, {}, "",
+      {"an object that stands for itself", none, "",
        [](Bus& b) { browser(b)["/p2"].links[7] = "/p2"; }},
-      {"an embedded object freezes", late, "", 42, {}, "",
+      {"an embedded object freezes", late, "",
        [](Bus& b) { browser(b)["/link"].flags = "Z"; }},
-      {"the registry does not answer", disabled, "", 42, {}, "",
+      {"the registry does not answer", disabled, "",
        [](Bus& b) { editor(b), b.registryUp = false; }},
-      {"the process has no application", disabled, "", 7, {}, "",
-       [](Bus& b) { editor(b); }},
-      {"the focused element has no Text", disabled, "", 42, {}, "",
+      {"the process has no application", disabled, "",
+       [](Bus& b) { editor(b); }, 7},
+      {"the focused element has no Text", disabled, "",
        [](Bus& b) { editor(b)["/view"].flags = "FN"; }},
-      {"nothing focused", none, "", 42, {}, "",
+      {"nothing focused", none, "",
        [](Bus& b) { editor(b)["/view"].flags = ""; }},
-      {"nothing selected", none, "", 42, {}, "",
+      {"nothing selected", none, "",
        [](Bus& b) { editor(b)["/view"].selections = {}; }},
-      {"only empty selections", none, "", 42, {}, "",
+      {"only empty selections", none, "",
        [](Bus& b) { editor(b)["/view"].selections = {{4, 4}, {2, 2}}; }},
-      {"the application freezes", late, "", 42, {}, "",
+      {"the application freezes", late, "",
        [](Bus& b) { editor(b)["/root"].flags = "Z"; }},
-      {"the application freezes during the walk", late, "", 42, {}, "",
+      {"the application freezes during the walk", late, "",
        [](Bus& b) { b.collection = false, editor(b)["/pane"].flags = "Z"; }},
-      {"the focused element freezes", late, "", 42, {}, "",
+      {"the focused element freezes", late, "",
        [](Bus& b) { editor(b)["/view"].flags = "FZ"; }},
-      {"a huge tree walked only so far", none, "", 42, {}, "",
+      {"a huge tree walked only so far", none, "",
        [](Bus& b) { hugeEditor(b, std::chrono::microseconds(100)); }},
-      {"a slow tree given up at the budget", late, "", 42, {}, "",
+      {"a slow tree given up at the budget", late, "",
        [](Bus& b) { hugeEditor(b, milliseconds(20)); }},
   };
   for (const Case& c : cases) {
