@@ -2,24 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
-#include <thread>
+#include <memory>
 
 namespace tovrin {
 namespace {
 
 TEST(LogLineTest, IsShapedLikeNSLogOnStandardError) {
   std::tm time{};
-  time.tm_year = 2026 - 1900;
-  time.tm_mon = 10;
-  time.tm_mday = 2;
-  time.tm_hour = 9;
-  time.tm_min = 5;
-  time.tm_sec = 7;
+  ASSERT_TRUE(strptime("2026-11-02 09:05:07", "%Y-%m-%d %H:%M:%S", &time));
   EXPECT_EQ(formatLogLine(time, 42, 1234, 1240, "[tovrin] a %s %n line"),
-            "2026-11-02 09:05:07.042 tovrin[1234:1240] [tovrin] a %s %n line\n");
+            "2026-11-02 09:05:07.042 tovrin[1234:1240] [tovrin] a %s %n "
+            "line\n");
 }
 
 TEST(UserFileLockTest, KeepsASecondHolderOutUntilReleased) {
@@ -36,26 +32,20 @@ TEST(UserFileLockTest, KeepsASecondHolderOutUntilReleased) {
   std::filesystem::remove_all(directory);
 }
 
-TEST(SystemSemaphoreTest, TakesAnEarlierSignalAndTimesOutWithoutOne) {
-  const auto semaphore = createSystemSemaphore();
-  semaphore->signal();
-  // A signal given before the wait is taken even past the deadline.
-  EXPECT_TRUE(semaphore->waitUntil(monotonicClockNow() -
-                                   std::chrono::seconds(1)));
-  EXPECT_FALSE(semaphore->waitUntil(monotonicClockNow() +
-                                    std::chrono::milliseconds(20)));
-}
-
-TEST(SystemSemaphoreTest, WorkerResultIsSeenAfterTheSignal) {
+TEST(SystemSemaphoreTest, SeesTheWorkersResultAndAnEarlierSignalOrTimesOut) {
+  using namespace std::chrono_literals;
   const auto semaphore = createSystemSemaphore();
   auto value = std::make_shared<int>(0);
   dispatchToWorker([semaphore, value] {
     *value = 42;
     semaphore->signal();
   });
-  ASSERT_TRUE(semaphore->waitUntil(monotonicClockNow() +
-                                   std::chrono::seconds(10)));
+  ASSERT_TRUE(semaphore->waitUntil(monotonicClockNow() + 10s));
   EXPECT_EQ(*value, 42);
+  semaphore->signal();
+  // A signal given before the wait is taken even past the deadline.
+  EXPECT_TRUE(semaphore->waitUntil(monotonicClockNow() - 1s));
+  EXPECT_FALSE(semaphore->waitUntil(monotonicClockNow() + 20ms));
 }
 
 }  // namespace

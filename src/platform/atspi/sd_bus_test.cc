@@ -6,8 +6,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
-#include <filesystem>
+#include <string>
 #include <future>
 #include <memory>
 #include <thread>
@@ -42,21 +43,19 @@ TEST(SdAtspiBusTest, ABusThatIsMissingOrSilentIsGivenUp) {
 
   // A socket that takes connections and never says a word: without a
   // deadline of its own, sd-bus would wait 90 s for the greeting.
-  const std::filesystem::path path =
-      std::filesystem::temp_directory_path() /
-      ("tovrin-silent-bus-" + std::to_string(getpid()));
+  const std::string name = "tovrin-silent-bus-" + std::to_string(getpid());
   const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   ASSERT_GE(listener, 0);
-  const std::unique_ptr<const int, void (*)(const int*)> closer(
-      &listener, [](const int* fd) { close(*fd); });
-  sockaddr_un name{};
-  name.sun_family = AF_UNIX;
-  std::snprintf(name.sun_path, sizeof(name.sun_path), "%s", path.c_str());
-  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof(name)),
-            0);
-  ASSERT_EQ(listen(listener, 4), 0);
-  EXPECT_TRUE(connectionRefusedInTime("unix:path=" + path.string()));
-  std::filesystem::remove(path);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  // In the abstract namespace: it goes with the socket.
+  std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "%s",
+                name.c_str());
+  const socklen_t size = offsetof(sockaddr_un, sun_path) + 1 + name.size();
+  EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  EXPECT_EQ(listen(listener, 4), 0);
+  EXPECT_TRUE(connectionRefusedInTime("unix:abstract=" + name));
+  close(listener);
 }
 
 }  // namespace
