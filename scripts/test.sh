@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds tovrin with g++ and with clang, warnings as errors, and runs every
 # test: the unit tests on the fake desktop, the X11 backend and the binary
-# against real applications on private X servers and on a private headless
-# sway (as the unprivileged user tovrin-test, created when missing: sway
-# refuses to run as root), the same unit tests under
+# against real applications, one scenario table on each desktop of the tests
+# (Xvfb, headless sway, headless weston; as the unprivileged user
+# tovrin-test, created when missing: compositors refuse to run as root), the
+# same unit tests under
 # AddressSanitizer with UndefinedBehaviorSanitizer and the concurrent parts
 # under ThreadSanitizer, a short fuzzing run of the RTF converter, and the
 # type-check of the macOS backend, and the Debian package with its manual
