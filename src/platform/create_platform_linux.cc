@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "platform/platform.h"
+#include "platform/gnome/platform.h"
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/libraries.h"
@@ -22,6 +23,10 @@ std::unique_ptr<Platform> createPlatform() {
           "[tovrin] Wayland: libwayland-client or libxkbcommon is not "
           "installed; trying X11");
     } else if (auto connection = WaylandConnection::open({})) {
+      // GNOME's compositor offers its own interface on the session bus.
+      if (connection->dataControl() == nullptr) {
+        if (auto mutter = createMutterPlatform(connection)) return mutter;
+      }
       return createWaylandPlatform(std::move(connection));
     } else {
       writeLogLine(

@@ -37,6 +37,14 @@ std::unique_ptr<SdBusLibrary> SdBusLibrary::load() {
   resolve(library->exitContainer, "sd_bus_message_exit_container");
   resolve(library->errorFree, "sd_bus_error_free");
   resolve(library->errorHasName, "sd_bus_error_has_name");
+  resolve(library->getFd, "sd_bus_get_fd");
+  resolve(library->getEvents, "sd_bus_get_events");
+  resolve(library->addMatchAsync, "sd_bus_add_match_async");
+  resolve(library->isSignal, "sd_bus_message_is_signal");
+  resolve(library->skip, "sd_bus_message_skip");
+  resolve(library->openContainer, "sd_bus_message_open_container");
+  resolve(library->closeContainer, "sd_bus_message_close_container");
+  resolve(library->appendStrv, "sd_bus_message_append_strv");
   if (!complete) return nullptr;
   return library;
 }

@@ -43,6 +43,16 @@ struct SdBusLibrary {
   decltype(&sd_bus_message_exit_container) exitContainer = nullptr;
   decltype(&sd_bus_error_free) errorFree = nullptr;
   decltype(&sd_bus_error_has_name) errorHasName = nullptr;
+  // For the remote-desktop sessions of GNOME's compositor: signals, file
+  // descriptors and dictionaries.
+  decltype(&sd_bus_get_fd) getFd = nullptr;
+  decltype(&sd_bus_get_events) getEvents = nullptr;
+  decltype(&sd_bus_add_match_async) addMatchAsync = nullptr;
+  decltype(&sd_bus_message_is_signal) isSignal = nullptr;
+  decltype(&sd_bus_message_skip) skip = nullptr;
+  decltype(&sd_bus_message_open_container) openContainer = nullptr;
+  decltype(&sd_bus_message_close_container) closeContainer = nullptr;
+  decltype(&sd_bus_message_append_strv) appendStrv = nullptr;
 
   /// libsystemd's functions, or null when it cannot be loaded. The library
   /// stays loaded for the life of the process: it keeps caches per thread

@@ -1,0 +1,64 @@
+#ifndef TOVRIN_PLATFORM_GNOME_PASTEBOARD_H_
+#define TOVRIN_PLATFORM_GNOME_PASTEBOARD_H_
+
+// The general pasteboard on GNOME's compositor, through a remote-desktop
+// session that is never started (the clipboard needs no Start, and GNOME
+// Shell shows its indicator only for started sessions).
+//
+// The session follows the clipboard's owner (SelectionOwnerChanged) and
+// reads one MIME type at a time (SelectionRead); the compositor serves one
+// read per session at once, so reads take turns, each bounded as on the
+// other Linux pasteboards. clearContents() makes the session the owner of
+// a clipboard that gives nothing; setString() hands the text to a detached
+// serving process with a session of its own.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/linux/write_back.h"
+#include "platform/platform.h"
+
+namespace tovrin {
+
+struct MutterPasteboardState;
+
+class MutterPasteboard : public Pasteboard {
+ public:
+  ~MutterPasteboard() override;
+
+  std::optional<std::vector<std::string>> types() override;
+  std::optional<std::string> stringForType(PasteboardType type) override;
+  std::optional<std::string> dataForType(PasteboardType type) override;
+  std::optional<PropertyList> propertyListForType(std::string_view) override {
+    return std::nullopt;
+  }
+  std::optional<std::vector<PasteboardURLObject>> readFileURLObjects() override;
+  std::optional<std::vector<PasteboardItem>> pasteboardItems() override;
+
+  void guardString(std::string_view text) override { writeBack_.guard(text); }
+  void clearContents() override;
+  bool setString(std::string_view text, PasteboardType type) override;
+
+  WriteBack& writeBack() { return writeBack_; }
+
+ private:
+  friend std::unique_ptr<MutterPasteboard> createMutterPasteboard();
+  explicit MutterPasteboard(std::shared_ptr<MutterPasteboardState> state);
+
+  std::optional<std::pair<std::string, std::string>> read(
+      const std::vector<std::string>& wanted);
+
+  std::shared_ptr<MutterPasteboardState> state_;
+  WriteBack writeBack_;
+};
+
+/// The clipboard of the compositor on the session bus; null when its
+/// remote-desktop interface does not answer.
+std::unique_ptr<MutterPasteboard> createMutterPasteboard();
+
+}  // namespace tovrin
+
+#endif  // TOVRIN_PLATFORM_GNOME_PASTEBOARD_H_

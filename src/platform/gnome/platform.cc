@@ -1,0 +1,243 @@
+// The backend for GNOME's compositor (Mutter), which offers no data-control
+// and no virtual keyboard: its remote-desktop interface for the clipboard
+// and the copy keystroke, AT-SPI for the direct read and for the frontmost
+// application (GNOME tells ordinary clients nothing of other windows).
+
+#include "platform/gnome/platform.h"
+
+#include <cctype>
+
+#include "platform/atspi/sd_bus.h"
+#include "platform/atspi/session.h"
+#include "platform/gnome/pasteboard.h"
+#include "platform/gnome/remote_desktop.h"
+#include "platform/linux/copy_shortcut.h"
+#include "platform/linux/empty_pasteboard.h"
+#include "platform/system.h"
+#include "platform/wayland/connection.h"
+#include "rtf/rtf_to_html.h"
+#include "text/text.h"
+#include "text/url_uriparser.h"
+
+namespace tovrin {
+namespace {
+
+constexpr std::chrono::milliseconds kAtspiReadBudget{500};
+constexpr std::chrono::milliseconds kAccessibilityBusTimeout{250};
+constexpr std::chrono::milliseconds kRemoteDesktopTimeout{1000};
+
+constexpr uint32_t kKeysymControlL = 0xffe3;
+constexpr uint32_t kKeysymShiftL = 0xffe1;
+constexpr uint32_t kKeysymC = 0x63;
+
+/// The system-wide element, the active application, or a text.
+class MutterAXObject : public AXObject {
+ public:
+  enum class Kind { kSystemWide, kActiveApplication, kText };
+  explicit MutterAXObject(Kind kind, std::string text = {})
+      : kind_(kind), text_(std::move(text)) {}
+  std::optional<std::string> stringValue() const override {
+    if (kind_ != Kind::kText) return std::nullopt;
+    return text_;
+  }
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+  std::string text_;
+};
+
+class MutterEventSource : public EventSource {};
+
+/// The copy shortcut on a remote-desktop session of its own, started for
+/// the keystroke alone: GNOME Shell shows its indicator while it runs.
+class MutterKeyboardEvent : public KeyboardEvent {
+ public:
+  MutterKeyboardEvent(std::unique_ptr<MutterRemoteDesktop>& session,
+                      std::vector<uint32_t> keysyms, bool keyDown)
+      : session_(session), keysyms_(std::move(keysyms)), keyDown_(keyDown) {}
+
+  void setFlags(uint64_t flags) override { flags_ = flags; }
+  void post(int) override {
+    if (flags_ != kEventFlagMaskCommand || !session_) return;
+    const auto deadline = monotonicNow() + kRemoteDesktopTimeout;
+    if (keyDown_) {
+      if (!session_->start(deadline)) return;
+      for (const uint32_t keysym : keysyms_) {
+        session_->keysym(keysym, true, deadline);
+      }
+    } else {
+      for (auto keysym = keysyms_.rbegin(); keysym != keysyms_.rend();
+           ++keysym) {
+        session_->keysym(*keysym, false, deadline);
+      }
+      // Stopped as soon as the keys are up, which ends the indicator.
+      session_.reset();
+    }
+  }
+
+ private:
+  std::unique_ptr<MutterRemoteDesktop>& session_;
+  std::vector<uint32_t> keysyms_;
+  bool keyDown_;
+  uint64_t flags_ = 0;
+};
+
+class MutterPlatform : public SystemPlatform {
+ public:
+  explicit MutterPlatform(std::unique_ptr<WaylandConnection> connection)
+      : connection_(std::move(connection)),
+        socket_(waylandSocketPath({})),
+        accessibility_(std::nullopt) {}
+
+  /// The copy works through the remote-desktop interface, which answered.
+  bool isProcessTrusted() override { return true; }
+  bool isProcessTrustedWithPrompt() override {
+    if (accessibility_.enableToolkitAccessibility(kAccessibilityBusTimeout)) {
+      log("[tovrin] Accessibility: toolkit accessibility is on for "
+          "applications started from now on");
+    }
+    return true;
+  }
+
+  AXObjectHandle createSystemWideElement() override {
+    return std::make_unique<MutterAXObject>(MutterAXObject::Kind::kSystemWide);
+  }
+
+  AXAttributeResult copyAttributeValue(const AXObject& element,
+                                       std::string_view attribute) override {
+    const auto* object = dynamic_cast<const MutterAXObject*>(&element);
+    if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
+    if (object->kind() == MutterAXObject::Kind::kSystemWide &&
+        attribute == "AXFocusedUIElement") {
+      if (!accessibility_.mayBeThere()) return {kAXErrorAPIDisabled, nullptr};
+      return {kAXErrorSuccess, std::make_unique<MutterAXObject>(
+                                   MutterAXObject::Kind::kActiveApplication)};
+    }
+    if (object->kind() != MutterAXObject::Kind::kActiveApplication ||
+        attribute != "AXSelectedText") {
+      return {kAXErrorAttributeUnsupported, nullptr};
+    }
+    const AtspiRead& read = atspiRead();
+    if (read.error != kAXErrorSuccess) return {read.error, nullptr};
+    log("[tovrin] Accessibility: read through AT-SPI from " +
+        escapeForLog(read.source));
+    return {kAXErrorSuccess,
+            std::make_unique<MutterAXObject>(MutterAXObject::Kind::kText,
+                                             toValidUtf8(read.text))};
+  }
+
+  /// The application whose window is marked active over AT-SPI; the read
+  /// that finds it is the one the direct read answers with.
+  std::optional<std::string> frontmostApplicationBundleIdentifier() override {
+    const std::string& source = atspiRead().source;
+    const size_t toolkit = source.rfind(" (");
+    if (source.empty()) return std::nullopt;
+    return source.substr(0, toolkit);
+  }
+
+  uint64_t modifierFlags() override { return 0; }
+
+  EventSourceHandle createEventSource(int) override {
+    return std::make_unique<MutterEventSource>();
+  }
+
+  KeyboardEventHandle createKeyboardEvent(EventSource*, uint16_t virtualKey,
+                                          bool keyDown) override {
+    if (virtualKey != kVirtualKeyC) return nullptr;
+    generalPasteboard();
+    if (mutterPasteboard_ == nullptr) return nullptr;
+    std::vector<uint32_t> keysyms = {kKeysymControlL, kKeysymC};
+    switch (copyShortcutFor(
+        {frontmostApplicationBundleIdentifier().value_or("")})) {
+      case CopyShortcut::kControlC:
+        break;
+      case CopyShortcut::kControlShiftC:
+        keysyms = {kKeysymControlL, kKeysymShiftL, kKeysymC};
+        break;
+      case CopyShortcut::kNone:
+        return nullptr;
+    }
+    if (keyDown && !keys_) {
+      keys_ = MutterRemoteDesktop::open(monotonicNow() + kRemoteDesktopTimeout);
+    }
+    if (!keys_) return nullptr;
+    return std::make_unique<MutterKeyboardEvent>(keys_, std::move(keysyms),
+                                                 keyDown);
+  }
+
+  std::shared_ptr<Pasteboard> generalPasteboard() override {
+    if (!pasteboard_) {
+      std::shared_ptr<MutterPasteboard> pasteboard = createMutterPasteboard();
+      mutterPasteboard_ = pasteboard.get();
+      pasteboard_ = std::move(pasteboard);
+      if (!pasteboard_) pasteboard_ = std::make_shared<EmptyPasteboard>();
+    }
+    return pasteboard_;
+  }
+
+  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
+    std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
+    if (!lock) return nullptr;
+    generalPasteboard();
+    // The keystroke's session is made while the run saves the clipboard;
+    // it starts only for the keys.
+    if (!keys_) {
+      keys_ = MutterRemoteDesktop::open(monotonicNow() + kRemoteDesktopTimeout);
+    }
+    return std::make_unique<SharedCopyRunLock>(
+        std::move(lock), mutterPasteboard_ != nullptr
+                             ? &mutterPasteboard_->writeBack()
+                             : nullptr);
+  }
+
+  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
+    return tovrin::convertRtfToHtml(rtf);
+  }
+  std::optional<ParsedURL> parseURL(std::string_view text) override {
+    return parseURLWithUriparser(text);
+  }
+
+ private:
+  const AtspiRead& atspiRead() {
+    if (!read_) {
+      read_ = accessibility_.mayBeThere()
+                  ? accessibility_.readSelection(std::nullopt, kAtspiReadBudget)
+                  : AtspiRead{};
+    }
+    return *read_;
+  }
+
+  std::string copyLockName() override {
+    std::string name = "tovrin-copy-wayland";
+    for (const char c : socket_) {
+      name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    }
+    return name + ".lock";
+  }
+
+  std::unique_ptr<WaylandConnection> connection_;
+  const std::string socket_;
+  AccessibilitySession accessibility_;
+  std::optional<AtspiRead> read_;
+  std::unique_ptr<MutterRemoteDesktop> keys_;
+  std::shared_ptr<Pasteboard> pasteboard_;
+  MutterPasteboard* mutterPasteboard_ = nullptr;  // pasteboard_, when one
+};
+
+}  // namespace
+
+std::unique_ptr<Platform> createMutterPlatform(
+    std::unique_ptr<WaylandConnection>& connection) {
+  std::string why;
+  if (!MutterRemoteDesktop::offered(monotonicNow() + kRemoteDesktopTimeout,
+                                    &why)) {
+    if (!why.empty()) {
+      writeLogLine("[tovrin] GNOME: " + why + "; the copy is off");
+    }
+    return nullptr;
+  }
+  return std::make_unique<MutterPlatform>(std::move(connection));
+}
+
+}  // namespace tovrin
