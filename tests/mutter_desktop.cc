@@ -1,0 +1,169 @@
+// GNOME's compositor on its headless backend, in a session bus of its own
+// that tovrin is handed. Mutter offers no data-control and no virtual
+// keyboard: the keys and the clipboard go through remote-desktop sessions
+// of tests/gnome/remote_desktop_holder.py. A headless Mutter has no
+// keyboard until a session presses a key; the holder presses one and stays.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "tests/desktop.h"
+
+namespace tovrin::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+const std::string kHolder =
+    std::string(TOVRIN_SOURCE_DIR) + "/tests/gnome/remote_desktop_holder.py";
+
+class MutterDesktop : public Desktop {
+ public:
+  ~MutterDesktop() override {
+    endAll();
+    std::error_code ignored;
+    if (!runtime_.empty()) std::filesystem::remove_all(runtime_, ignored);
+  }
+
+  bool start(std::string* error) {
+    char directory[] = "/tmp/tovrin-mutter-XXXXXX";
+    if (mkdtemp(directory) == nullptr) {
+      *error = "no runtime directory";
+      return false;
+    }
+    runtime_ = directory;
+    chmod(directory, 0700);
+    environment_ = {"XDG_RUNTIME_DIR=" + runtime_, "DISPLAY", "WAYLAND_SOCKET",
+                    "WAYLAND_DISPLAY=tovrin-mutter"};
+    const std::string busFile = runtime_ + "/session-bus";
+    const std::string pidFile = runtime_ + "/mutter-pid";
+    // The shell becomes mutter: its pid is the compositor's.
+    const auto pid = spawn(
+        {"dbus-run-session", "--", "sh", "-c",
+         "echo $$ > " + pidFile + " && echo \"$DBUS_SESSION_BUS_ADDRESS\" > " +
+             busFile + " && exec mutter --headless --wayland --no-x11 --virtual-monitor "
+             "1280x800 --wayland-display tovrin-mutter"});
+    const auto deadline = Clock::now() + milliseconds(20000);
+    while (pid && running(*pid) && Clock::now() < deadline) {
+      std::ifstream(busFile) >> bus_;
+      if (!bus_.empty() &&
+          std::filesystem::exists(runtime_ + "/tovrin-mutter")) {
+        environment_.push_back("DBUS_SESSION_BUS_ADDRESS=" + bus_);
+        std::ifstream(pidFile) >> compositor_;
+        SpawnOptions options;
+        options.keepInput = true;
+        options.captureOutput = true;
+        options.showErrors = true;
+        const auto holder = spawn({kHolder, "hold"}, options);
+        // The interface is on the bus a little after the socket.
+        if (holder && readLine(*holder, milliseconds(15000)) == "ready") {
+          keyboard_ = *holder;
+          return true;
+        }
+        *error = "no remote-desktop session could press a key";
+        return false;
+      }
+      std::this_thread::sleep_for(milliseconds(20));
+    }
+    *error = "mutter did not start within the deadline (is it installed?)";
+    return false;
+  }
+
+  std::map<std::string, std::string> clientEnvironment() const override {
+    return {{"XDG_RUNTIME_DIR", runtime_},
+            {"WAYLAND_DISPLAY", "tovrin-mutter"},
+            {"DISPLAY", ""},
+            {"WAYLAND_SOCKET", ""},
+            {"DBUS_SESSION_BUS_ADDRESS", bus_}};
+  }
+
+  /// Mutter tells no ordinary client which window has the focus, and
+  /// focuses a new window when it maps: the scenarios select until the
+  /// selection holds their text, which waits for the window too.
+  std::optional<pid_t> startApplication(
+      const Application& application) override {
+    SpawnOptions options;
+    options.environment = {"GDK_BACKEND=wayland", "QT_QPA_PLATFORM=wayland"};
+    options.environment.insert(options.environment.end(),
+                               application.environment.begin(),
+                               application.environment.end());
+    const auto pid = spawn(application.argv, options);
+    if (!pid || !running(*pid)) {
+      ADD_FAILURE() << application.id << " did not start";
+      return std::nullopt;
+    }
+    return pid;
+  }
+
+  bool pressKeys(const std::string& combination) override {
+    if (keyboard_ < 0 || !writeInput(keyboard_, combination + "\n")) {
+      return false;
+    }
+    const auto answer = readLine(keyboard_, milliseconds(5000));
+    if (answer != "ok") {
+      ADD_FAILURE() << "The holder answered '" << answer.value_or("")
+                    << "' to '" << combination << "'";
+      return false;
+    }
+    return true;
+  }
+  bool setLayout(const std::string&) override { return false; }
+
+  /// PRIMARY cannot be read without data-control: the focused window's
+  /// selection is copied and read from the clipboard instead.
+  std::optional<std::string> read(Selection selection) override {
+    if (selection == Selection::kPrimary && !pressKeys("ctrl+c")) {
+      return std::nullopt;
+    }
+    const auto result = run({kHolder, "read"}, milliseconds(10000));
+    if (!result || result->exit.code != 0) return std::nullopt;
+    const auto text = nlohmann::json::parse(result->output, nullptr, false);
+    if (!text.is_string()) return std::nullopt;
+    return text.get<std::string>();
+  }
+
+  std::optional<pid_t> own(Selection selection,
+                           const std::string& text) override {
+    if (selection != Selection::kClipboard) return std::nullopt;
+    SpawnOptions options;
+    options.captureOutput = true;
+    options.showErrors = true;
+    const auto pid = spawn({kHolder, "own", text}, options);
+    if (!pid || readLine(*pid, milliseconds(10000)) != "ready" ||
+        !waitFor(selection, text)) {
+      ADD_FAILURE() << "no session took the clipboard";
+      return std::nullopt;
+    }
+    return pid;
+  }
+
+  pid_t serverPid() const override { return compositor_; }
+
+ private:
+  std::string runtime_;
+  std::string bus_;
+  pid_t compositor_ = -1;
+  pid_t keyboard_ = -1;
+};
+
+}  // namespace
+
+std::unique_ptr<Desktop> startMutterDesktop(std::string* error) {
+  if (geteuid() == 0) {
+    *error = "run the end-to-end tests as an unprivileged user "
+             "(tests/as_test_user.sh does)";
+    return nullptr;
+  }
+  auto desktop = std::make_unique<MutterDesktop>();
+  if (!desktop->start(error)) return nullptr;
+  return desktop;
+}
+
+}  // namespace tovrin::testing
