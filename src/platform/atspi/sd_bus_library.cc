@@ -38,6 +38,7 @@ std::unique_ptr<SdBusLibrary> SdBusLibrary::load() {
   resolve(library->errorFree, "sd_bus_error_free");
   resolve(library->errorHasName, "sd_bus_error_has_name");
   resolve(library->getFd, "sd_bus_get_fd");
+  resolve(library->send, "sd_bus_send");
   resolve(library->getEvents, "sd_bus_get_events");
   resolve(library->addMatchAsync, "sd_bus_add_match_async");
   resolve(library->isSignal, "sd_bus_message_is_signal");

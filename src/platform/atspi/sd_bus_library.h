@@ -46,6 +46,7 @@ struct SdBusLibrary {
   // For the remote-desktop sessions of GNOME's compositor: signals, file
   // descriptors and dictionaries.
   decltype(&sd_bus_get_fd) getFd = nullptr;
+  decltype(&sd_bus_send) send = nullptr;
   decltype(&sd_bus_get_events) getEvents = nullptr;
   decltype(&sd_bus_add_match_async) addMatchAsync = nullptr;
   decltype(&sd_bus_message_is_signal) isSignal = nullptr;

@@ -184,9 +184,9 @@ void MutterPasteboard::clearContents() {
   writeBack_.clearing();
   std::lock_guard<std::mutex> lock(state_->mutex);
   // An offer the compositor must have a type for; asked, it gives nothing.
+  // The next read's round trip brings the owner change.
   if (state_->session->setSelection({kMimePlainUtf8}, in(kReplyTimeout))) {
     state_->clearing = true;
-    state_->session->roundtrip(in(kReplyTimeout));
   }
 }
 
@@ -195,27 +195,28 @@ bool MutterPasteboard::setString(std::string_view text, PasteboardType type) {
   return writeBack_.serve(text);
 }
 
-std::unique_ptr<MutterPasteboard> createMutterPasteboard() {
+std::unique_ptr<MutterPasteboard> createMutterPasteboard(
+    std::unique_ptr<MutterRemoteDesktop> session) {
+  if (!session) return nullptr;
   auto state = std::make_shared<MutterPasteboardState>();
-  state->session = MutterRemoteDesktop::open(in(kReplyTimeout));
-  if (!state->session) return nullptr;
-  MutterRemoteDesktop& session = *state->session;
+  state->session = std::move(session);
+  MutterRemoteDesktop& followed = *state->session;
   MutterPasteboardState* raw = state.get();
   // Called with the state's mutex held, from within the session's calls.
-  session.onOwnerChanged([raw](const MutterClipboardOwner& owner) {
+  followed.onOwnerChanged([raw](const MutterClipboardOwner& owner) {
     raw->owner = owner;
     raw->hasOwner = !owner.types.empty();
     if (!owner.ours) raw->clearing = false;
     ++raw->generation;
   });
-  session.onTransfer([raw](const std::string&, uint32_t serial) {
+  followed.onTransfer([raw](const std::string&, uint32_t serial) {
     // The empty clipboard has nothing to give: the reader sees its end.
     const int fd = raw->session->selectionWrite(serial, in(kReplyTimeout));
     if (fd >= 0) close(fd);
     raw->session->transferDone(serial, false, in(kReplyTimeout));
   });
-  if (!session.enableClipboard({}, in(kReplyTimeout)) ||
-      !session.roundtrip(in(kReplyTimeout))) {
+  if (!followed.enableClipboard({}, in(kReplyTimeout)) ||
+      !followed.roundtrip(in(kReplyTimeout))) {
     return nullptr;
   }
   return std::unique_ptr<MutterPasteboard>(new MutterPasteboard(state));

@@ -23,6 +23,7 @@
 
 namespace tovrin {
 
+class MutterRemoteDesktop;
 struct MutterPasteboardState;
 
 class MutterPasteboard : public Pasteboard {
@@ -45,7 +46,8 @@ class MutterPasteboard : public Pasteboard {
   WriteBack& writeBack() { return writeBack_; }
 
  private:
-  friend std::unique_ptr<MutterPasteboard> createMutterPasteboard();
+  friend std::unique_ptr<MutterPasteboard> createMutterPasteboard(
+      std::unique_ptr<MutterRemoteDesktop> session);
   explicit MutterPasteboard(std::shared_ptr<MutterPasteboardState> state);
 
   std::optional<std::pair<std::string, std::string>> read(
@@ -55,9 +57,10 @@ class MutterPasteboard : public Pasteboard {
   WriteBack writeBack_;
 };
 
-/// The clipboard of the compositor on the session bus; null when its
-/// remote-desktop interface does not answer.
-std::unique_ptr<MutterPasteboard> createMutterPasteboard();
+/// The clipboard of the compositor, followed through `session`, which is
+/// never started; null when the compositor does not answer.
+std::unique_ptr<MutterPasteboard> createMutterPasteboard(
+    std::unique_ptr<MutterRemoteDesktop> session);
 
 }  // namespace tovrin
 

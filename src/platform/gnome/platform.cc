@@ -6,6 +6,7 @@
 #include "platform/gnome/platform.h"
 
 #include <cctype>
+#include <future>
 
 #include "platform/atspi/sd_bus.h"
 #include "platform/atspi/session.h"
@@ -60,19 +61,18 @@ class MutterKeyboardEvent : public KeyboardEvent {
   void setFlags(uint64_t flags) override { flags_ = flags; }
   void post(int) override {
     if (flags_ != kEventFlagMaskCommand || !session_) return;
-    const auto deadline = monotonicNow() + kRemoteDesktopTimeout;
     if (keyDown_) {
-      if (!session_->start(deadline)) return;
-      for (const uint32_t keysym : keysyms_) {
-        session_->keysym(keysym, true, deadline);
+      if (!session_->start(tovrin::monotonicNow() + kRemoteDesktopTimeout)) {
+        return;
       }
+      for (const uint32_t keysym : keysyms_) session_->keysym(keysym, true);
     } else {
       for (auto keysym = keysyms_.rbegin(); keysym != keysyms_.rend();
            ++keysym) {
-        session_->keysym(*keysym, false, deadline);
+        session_->keysym(*keysym, false);
       }
       // Stopped as soon as the keys are up, which ends the indicator.
-      session_.reset();
+      session_->stop();
     }
   }
 
@@ -85,8 +85,10 @@ class MutterKeyboardEvent : public KeyboardEvent {
 
 class MutterPlatform : public SystemPlatform {
  public:
-  explicit MutterPlatform(std::unique_ptr<WaylandConnection> connection)
+  MutterPlatform(std::unique_ptr<WaylandConnection> connection,
+                 std::unique_ptr<MutterRemoteDesktop> clipboard)
       : connection_(std::move(connection)),
+        clipboard_(std::move(clipboard)),
         socket_(waylandSocketPath({})),
         accessibility_(std::nullopt) {}
 
@@ -158,9 +160,7 @@ class MutterPlatform : public SystemPlatform {
       case CopyShortcut::kNone:
         return nullptr;
     }
-    if (keyDown && !keys_) {
-      keys_ = MutterRemoteDesktop::open(monotonicNow() + kRemoteDesktopTimeout);
-    }
+    if (keyDown && !keys_) keys_ = takeKeysSession();
     if (!keys_) return nullptr;
     return std::make_unique<MutterKeyboardEvent>(keys_, std::move(keysyms),
                                                  keyDown);
@@ -168,7 +168,8 @@ class MutterPlatform : public SystemPlatform {
 
   std::shared_ptr<Pasteboard> generalPasteboard() override {
     if (!pasteboard_) {
-      std::shared_ptr<MutterPasteboard> pasteboard = createMutterPasteboard();
+      std::shared_ptr<MutterPasteboard> pasteboard =
+          createMutterPasteboard(std::move(clipboard_));
       mutterPasteboard_ = pasteboard.get();
       pasteboard_ = std::move(pasteboard);
       if (!pasteboard_) pasteboard_ = std::make_shared<EmptyPasteboard>();
@@ -180,10 +181,13 @@ class MutterPlatform : public SystemPlatform {
     std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
     if (!lock) return nullptr;
     generalPasteboard();
-    // The keystroke's session is made while the run saves the clipboard;
-    // it starts only for the keys.
-    if (!keys_) {
-      keys_ = MutterRemoteDesktop::open(monotonicNow() + kRemoteDesktopTimeout);
+    // The keystroke's session is made while the run saves the clipboard
+    // and pauses; it starts only for the keys.
+    if (!keys_ && !preparedKeys_.valid()) {
+      const auto deadline = tovrin::monotonicNow() + kRemoteDesktopTimeout;
+      preparedKeys_ = std::async(std::launch::async, [deadline] {
+        return MutterRemoteDesktop::open(deadline);
+      });
     }
     return std::make_unique<SharedCopyRunLock>(
         std::move(lock), mutterPasteboard_ != nullptr
@@ -199,6 +203,11 @@ class MutterPlatform : public SystemPlatform {
   }
 
  private:
+  std::unique_ptr<MutterRemoteDesktop> takeKeysSession() {
+    if (preparedKeys_.valid()) return preparedKeys_.get();
+    return MutterRemoteDesktop::open(tovrin::monotonicNow() + kRemoteDesktopTimeout);
+  }
+
   const AtspiRead& atspiRead() {
     if (!read_) {
       read_ = accessibility_.mayBeThere()
@@ -217,9 +226,12 @@ class MutterPlatform : public SystemPlatform {
   }
 
   std::unique_ptr<WaylandConnection> connection_;
+  /// The session that the pasteboard follows the clipboard with.
+  std::unique_ptr<MutterRemoteDesktop> clipboard_;
   const std::string socket_;
   AccessibilitySession accessibility_;
   std::optional<AtspiRead> read_;
+  std::future<std::unique_ptr<MutterRemoteDesktop>> preparedKeys_;
   std::unique_ptr<MutterRemoteDesktop> keys_;
   std::shared_ptr<Pasteboard> pasteboard_;
   MutterPasteboard* mutterPasteboard_ = nullptr;  // pasteboard_, when one
@@ -230,14 +242,16 @@ class MutterPlatform : public SystemPlatform {
 std::unique_ptr<Platform> createMutterPlatform(
     std::unique_ptr<WaylandConnection>& connection) {
   std::string why;
-  if (!MutterRemoteDesktop::offered(monotonicNow() + kRemoteDesktopTimeout,
-                                    &why)) {
+  auto clipboard =
+      MutterRemoteDesktop::open(tovrin::monotonicNow() + kRemoteDesktopTimeout, &why);
+  if (!clipboard) {
     if (!why.empty()) {
       writeLogLine("[tovrin] GNOME: " + why + "; the copy is off");
     }
     return nullptr;
   }
-  return std::make_unique<MutterPlatform>(std::move(connection));
+  return std::make_unique<MutterPlatform>(std::move(connection),
+                                          std::move(clipboard));
 }
 
 }  // namespace tovrin

@@ -91,6 +91,7 @@ struct MutterRemoteDesktop::State {
   std::function<void(const MutterClipboardOwner&)> ownerChanged;
   std::function<void(const std::string&, uint32_t)> transfer;
   bool broken = false;
+  bool stopped = false;
 
   template <typename Append>
   BusStatus call(const std::string& path, const char* interface,
@@ -104,6 +105,20 @@ struct MutterRemoteDesktop::State {
     SdBusMessage reply(*library);
     return call(session, kSessionInterface, member, deadline, reply, append) ==
            BusStatus::kOk;
+  }
+
+  /// Sends a session call without waiting for its answer. A connection
+  /// writes what it can at once; a full socket is not waited for.
+  bool send(const char* member,
+            const std::function<int(sd_bus_message*)>& append) {
+    SdBusMessage call(*library);
+    if (library->newMethodCall(bus->get(), call.out(), kService,
+                               session.c_str(), kSessionInterface,
+                               member) < 0 ||
+        append(call.get()) < 0) {
+      return false;
+    }
+    return library->send(bus->get(), call.get(), nullptr) >= 0;
   }
 
   static int onSignal(sd_bus_message* m, void* data, sd_bus_error*) {
@@ -165,14 +180,9 @@ std::unique_ptr<MutterRemoteDesktop::State> MutterRemoteDesktop::connectKnown(
   return state;
 }
 
-bool MutterRemoteDesktop::offered(std::chrono::nanoseconds deadline,
-                                  std::string* why) {
-  return connectKnown(deadline, why) != nullptr;
-}
-
 std::unique_ptr<MutterRemoteDesktop> MutterRemoteDesktop::open(
-    std::chrono::nanoseconds deadline) {
-  auto state = connectKnown(deadline, nullptr);
+    std::chrono::nanoseconds deadline, std::string* why) {
+  auto state = connectKnown(deadline, why);
   if (!state) return nullptr;
   const SdBusLibrary& library = *state->library;
   SdBusMessage created(library);
@@ -204,7 +214,7 @@ MutterRemoteDesktop::MutterRemoteDesktop(std::unique_ptr<State> state)
 MutterRemoteDesktop::~MutterRemoteDesktop() {
   // The compositor closes the session when its connection goes; Stop is
   // said all the same, so that its indicator goes at once.
-  if (!state_->broken) {
+  if (!state_->broken && !state_->stopped) {
     state_->sessionCall("Stop", monotonicNow() + kSdBusCallTimeout,
                         noArguments);
   }
@@ -224,12 +234,14 @@ bool MutterRemoteDesktop::start(std::chrono::nanoseconds deadline) {
   return state_->sessionCall("Start", deadline, noArguments);
 }
 
-bool MutterRemoteDesktop::keysym(uint32_t keysym, bool pressed,
-                                 std::chrono::nanoseconds deadline) {
-  return state_->sessionCall(
-      "NotifyKeyboardKeysym", deadline, [&](sd_bus_message* m) {
-        return state_->library->append(m, "ub", keysym, pressed ? 1 : 0);
-      });
+bool MutterRemoteDesktop::keysym(uint32_t keysym, bool pressed) {
+  return state_->send("NotifyKeyboardKeysym", [&](sd_bus_message* m) {
+    return state_->library->append(m, "ub", keysym, pressed ? 1 : 0);
+  });
+}
+
+void MutterRemoteDesktop::stop() {
+  if (state_->send("Stop", noArguments)) state_->stopped = true;
 }
 
 bool MutterRemoteDesktop::enableClipboard(

@@ -35,13 +35,11 @@ struct MutterClipboardOwner {
 /// thread-safe: callers serialize.
 class MutterRemoteDesktop {
  public:
-  /// Whether the session bus has the interface in a version tovrin knows;
-  /// when it has another, `why` says so.
-  static bool offered(std::chrono::nanoseconds deadline, std::string* why);
   /// Connects to the session bus and creates a session; null when the
-  /// interface is not offered or does not answer by `deadline`.
+  /// interface is not there, is of a version tovrin does not know (then
+  /// `why` says so), or does not answer by `deadline`.
   static std::unique_ptr<MutterRemoteDesktop> open(
-      std::chrono::nanoseconds deadline);
+      std::chrono::nanoseconds deadline, std::string* why = nullptr);
   ~MutterRemoteDesktop();
   MutterRemoteDesktop(const MutterRemoteDesktop&) = delete;
   MutterRemoteDesktop& operator=(const MutterRemoteDesktop&) = delete;
@@ -55,7 +53,11 @@ class MutterRemoteDesktop {
   /// while it runs.
   bool start(std::chrono::nanoseconds deadline);
   /// Presses or releases the key of `keysym`, whatever the user's layout.
-  bool keysym(uint32_t keysym, bool pressed, std::chrono::nanoseconds deadline);
+  /// Sent without waiting for the answer: the compositor handles the calls
+  /// of a connection in order, after start(), during the copy's pause.
+  bool keysym(uint32_t keysym, bool pressed);
+  /// Stops the session, without waiting either; destroying it stops it too.
+  void stop();
 
   /// Follows the clipboard; with `types`, owns it with them at once.
   bool enableClipboard(const std::vector<std::string>& types,
