@@ -50,28 +50,24 @@ struct FakeKeyboardEvent : KeyboardEvent, LiveCount {
 
 }  // namespace
 
+/// Signalled at most once, as every bounded read's semaphore is.
 class FakeDesktop::FakeSemaphore : public Semaphore {
  public:
   explicit FakeSemaphore(FakeDesktop& desktop) : desktop_(desktop) {}
-  void signal() override { signals_.push_back(desktop_.currentClock()); }
+  void signal() override { signalledAt_ = desktop_.currentClock(); }
   bool waitUntil(std::chrono::nanoseconds deadline) override {
     desktop_.runPendingWork();
     double& clock = desktop_.clock_;
     const double until = std::chrono::duration<double>(deadline).count();
-    const auto first = std::min_element(signals_.begin(), signals_.end());
     // A signal that came in time, or before the wait began, is taken.
-    if (first != signals_.end() && (*first <= until || *first <= clock)) {
-      clock = std::max(clock, *first);
-      signals_.erase(first);
-      return true;
-    }
-    clock = std::max(clock, until);
-    return false;
+    const bool taken = signalledAt_ && (*signalledAt_ <= until || *signalledAt_ <= clock);
+    clock = std::max(clock, taken ? *std::exchange(signalledAt_, std::nullopt) : until);
+    return taken;
   }
 
  private:
   FakeDesktop& desktop_;
-  std::vector<double> signals_;
+  std::optional<double> signalledAt_;
 };
 
 FakeDesktop::FakeDesktop() : liveHandles_(std::make_shared<int>(0)) {}
@@ -90,16 +86,6 @@ PasteboardContents& FakeDesktop::currentPasteboard() {
   return *contents_;
 }
 
-bool FakeDesktop::isProcessTrusted() {
-  record("AXIsProcessTrusted");
-  return trusted;
-}
-
-bool FakeDesktop::isProcessTrustedWithPrompt() {
-  record("AXIsProcessTrustedWithOptions");
-  return trusted;
-}
-
 AXObjectHandle FakeDesktop::createSystemWideElement() {
   return std::make_unique<FakeAXObject>(liveHandles_, std::nullopt);
 }
@@ -116,11 +102,6 @@ AXAttributeResult FakeDesktop::copyAttributeValue(const AXObject&,
     result.value = std::make_unique<FakeAXObject>(liveHandles_, std::nullopt);
   }
   return result;
-}
-
-std::optional<std::string> FakeDesktop::frontmostApplicationBundleIdentifier() {
-  record("frontmost");
-  return frontmostApplication;
 }
 
 uint64_t FakeDesktop::modifierFlags() {
@@ -167,22 +148,8 @@ CopyRunLockHandle FakeDesktop::lockCopyRun(std::chrono::milliseconds timeout) {
   return std::make_unique<Lock>(*this);
 }
 
-std::shared_ptr<Pasteboard> FakeDesktop::generalPasteboard() {
-  // The desktop outlives every run that uses its pasteboard.
-  return std::shared_ptr<Pasteboard>(std::shared_ptr<void>(), this);
-}
-
-std::optional<std::string> FakeDesktop::convertRtfToHtml(std::string_view rtf) {
-  if (rtfConverter) return rtfConverter(rtf);
-  return std::nullopt;
-}
-
 std::optional<ParsedURL> FakeDesktop::parseURL(std::string_view text) {
   return parseURLWithUriparser(text);
-}
-
-void FakeDesktop::sleep(double seconds) {
-  if (seconds > 0) currentClock() += seconds;
 }
 
 std::chrono::nanoseconds FakeDesktop::monotonicNow() {
@@ -193,21 +160,12 @@ std::shared_ptr<Semaphore> FakeDesktop::createSemaphore() {
   return std::make_shared<FakeSemaphore>(*this);
 }
 
-void FakeDesktop::dispatchAsync(std::function<void()> work) {
-  pendingWork_.emplace_back(currentClock(), std::move(work));
-}
-
 void FakeDesktop::runPendingWork() {
   for (auto& [submitted, work] : std::exchange(pendingWork_, {})) {
     workerClock_ = submitted;
     work();
     workerClock_.reset();
   }
-}
-
-std::optional<std::vector<std::string>> FakeDesktop::types() {
-  record("types");
-  return currentPasteboard().types;
 }
 
 std::optional<std::string> FakeDesktop::stringForType(PasteboardType type) {
@@ -233,26 +191,6 @@ std::optional<PropertyList> FakeDesktop::propertyListForType(
   record("propertyList " + std::string(type));
   if (type != "NSFilenamesPboardType") return std::nullopt;
   return currentPasteboard().filenames;
-}
-
-std::optional<std::vector<PasteboardURLObject>>
-FakeDesktop::readFileURLObjects() {
-  record("urlObjects");
-  return currentPasteboard().urlObjects;
-}
-
-std::optional<std::vector<PasteboardItem>> FakeDesktop::pasteboardItems() {
-  record("items");
-  return currentPasteboard().items;
-}
-
-void FakeDesktop::guardString(std::string_view text) {
-  record("guard " + std::string(text));
-}
-
-void FakeDesktop::clearContents() {
-  record("clear");
-  currentPasteboard() = PasteboardContents();
 }
 
 bool FakeDesktop::setString(std::string_view text, PasteboardType type) {

@@ -7,6 +7,7 @@
 // standard output, the desktop operations in order, live handles. The
 // desktop is its own general pasteboard.
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -100,43 +101,66 @@ class FakeDesktop : public Platform, public Pasteboard {
 
   // --- Platform ---------------------------------------------------------
 
-  bool isProcessTrusted() override;
-  bool isProcessTrustedWithPrompt() override;
+  bool isProcessTrusted() override {
+    record("AXIsProcessTrusted");
+    return trusted;
+  }
+  bool isProcessTrustedWithPrompt() override {
+    record("AXIsProcessTrustedWithOptions");
+    return trusted;
+  }
   AXObjectHandle createSystemWideElement() override;
   AXAttributeResult copyAttributeValue(const AXObject& element,
                                        std::string_view attribute) override;
-  std::optional<std::string> frontmostApplicationBundleIdentifier() override;
+  std::optional<std::string> frontmostApplicationBundleIdentifier() override {
+    record("frontmost");
+    return frontmostApplication;
+  }
   uint64_t modifierFlags() override;
   EventSourceHandle createEventSource(int stateId) override;
-  KeyboardEventHandle createKeyboardEvent(EventSource* source,
-                                          uint16_t virtualKey,
+  KeyboardEventHandle createKeyboardEvent(EventSource* source, uint16_t virtualKey,
                                           bool keyDown) override;
   CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override;
-  std::shared_ptr<Pasteboard> generalPasteboard() override;
-  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override;
+  /// The desktop outlives every run that uses its pasteboard.
+  std::shared_ptr<Pasteboard> generalPasteboard() override {
+    return {std::shared_ptr<void>(), this};
+  }
+  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
+    return rtfConverter ? rtfConverter(rtf) : std::nullopt;
+  }
   std::optional<ParsedURL> parseURL(std::string_view text) override;
-  void sleep(double seconds) override;
+  void sleep(double seconds) override { currentClock() += std::max(seconds, 0.0); }
   std::chrono::nanoseconds monotonicNow() override;
   std::shared_ptr<Semaphore> createSemaphore() override;
-  void dispatchAsync(std::function<void()> work) override;
+  void dispatchAsync(std::function<void()> work) override {
+    pendingWork_.emplace_back(currentClock(), std::move(work));
+  }
   void log(std::string_view line) override { logLines.emplace_back(line); }
   void writeOutput(std::string_view text) override { output.append(text); }
-  void setInterruptedAnswer(std::string_view line) override {
-    interruptedAnswer = line;
-  }
+  void setInterruptedAnswer(std::string_view line) override { interruptedAnswer = line; }
 
   // --- Pasteboard -------------------------------------------------------
 
-  std::optional<std::vector<std::string>> types() override;
+  std::optional<std::vector<std::string>> types() override {
+    record("types");
+    return currentPasteboard().types;
+  }
   std::optional<std::string> stringForType(PasteboardType type) override;
   std::optional<std::string> dataForType(PasteboardType type) override;
-  std::optional<PropertyList> propertyListForType(
-      std::string_view type) override;
-  std::optional<std::vector<PasteboardURLObject>> readFileURLObjects()
-      override;
-  std::optional<std::vector<PasteboardItem>> pasteboardItems() override;
-  void guardString(std::string_view text) override;
-  void clearContents() override;
+  std::optional<PropertyList> propertyListForType(std::string_view type) override;
+  std::optional<std::vector<PasteboardURLObject>> readFileURLObjects() override {
+    record("urlObjects");
+    return currentPasteboard().urlObjects;
+  }
+  std::optional<std::vector<PasteboardItem>> pasteboardItems() override {
+    record("items");
+    return currentPasteboard().items;
+  }
+  void guardString(std::string_view text) override { record("guard " + std::string(text)); }
+  void clearContents() override {
+    record("clear");
+    currentPasteboard() = PasteboardContents();
+  }
   bool setString(std::string_view text, PasteboardType type) override;
 
  private:

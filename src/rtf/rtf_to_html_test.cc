@@ -149,6 +149,8 @@ TEST(RtfToHtmlDocumentTest, ConvertsTheParagraphsOfTheBody) {
       {"{\\rtf1 {\\b " + std::string(1000000, '{') + "x" + std::string(1000000, '}') +
            "y} z}",
        kP + "<b>xy</b> z</p>\n"},
+      // Beyond the depth cap, groups no longer scope formatting.
+      {"{\\rtf1 " + std::string(1100, '{') + "{\\b x}y", kP + "<b>xy</b></p>\n"},
       // The final paragraph is written only with content.
       {"a\\par", kP + "a</p>\n"},
       {"a\\par b", kP + "a</p>\n" + kP + "b</p>\n"},

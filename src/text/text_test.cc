@@ -16,6 +16,7 @@ TEST(Utf8Test, EachIllFormedSubpartBecomesOneReplacementCharacter) {
       {"\xff", f},
       {"a\xC3", "a" + f},                    // truncated
       {"\xC0\xAF", f + f},                   // overlong '/'
+      {"\xE0\x80\xAF", f + f + f},            // overlong '/'
       {"\xED\xA0\x80", f + f + f},           // surrogate
       {"\xE2\x82" "A", f + "A"},             // one truncated sequence
       {"end\xF0\x9F\x98", "end" + f},
