@@ -168,29 +168,25 @@ void FakeDesktop::runPendingWork() {
   }
 }
 
+// tovrin reads plain text and HTML as strings, RTF as data, and file names
+// as a property list; any other read finds nothing.
 std::optional<std::string> FakeDesktop::stringForType(PasteboardType type) {
-  if (type == PasteboardType::kString) {
-    record("string");
-    return currentPasteboard().string;
-  }
-  record(type == PasteboardType::kHTML ? "html" : "string of another type");
-  if (type != PasteboardType::kHTML) return std::nullopt;
-  sleep(htmlReadSeconds);
-  return currentPasteboard().html;
+  const bool html = type == PasteboardType::kHTML;
+  record(html ? "html" : type == PasteboardType::kString ? "string" : "string of RTF");
+  sleep(html ? htmlReadSeconds : 0);
+  return html ? currentPasteboard().html
+              : type == PasteboardType::kString ? currentPasteboard().string : std::nullopt;
 }
 
 std::optional<std::string> FakeDesktop::dataForType(PasteboardType type) {
   record(type == PasteboardType::kRTF ? "rtf" : "data of another type");
-  if (type != PasteboardType::kRTF) return std::nullopt;
-  sleep(rtfReadSeconds);
-  return currentPasteboard().rtf;
+  sleep(type == PasteboardType::kRTF ? rtfReadSeconds : 0);
+  return type == PasteboardType::kRTF ? currentPasteboard().rtf : std::nullopt;
 }
 
-std::optional<PropertyList> FakeDesktop::propertyListForType(
-    std::string_view type) {
+std::optional<PropertyList> FakeDesktop::propertyListForType(std::string_view type) {
   record("propertyList " + std::string(type));
-  if (type != "NSFilenamesPboardType") return std::nullopt;
-  return currentPasteboard().filenames;
+  return type == "NSFilenamesPboardType" ? currentPasteboard().filenames : std::nullopt;
 }
 
 bool FakeDesktop::setString(std::string_view text, PasteboardType type) {
