@@ -22,7 +22,8 @@ using testing::ProcessResult;
 using testing::runProcess;
 using testing::splitLines;
 
-const std::string kUsage = "Usage: tovrin <check-accessibility|request-accessibility|get-selection>";
+const std::string kUsage =
+    "Usage: tovrin <check-accessibility|request-accessibility|get-selection>";
 const std::string kPermission =
     "Accessibility permission required - please grant in System Settings > Privacy & Security > "
     "Accessibility";
@@ -33,20 +34,14 @@ std::string errorLine(const std::string& error) {
 
 TEST(DispatchTest, AnswersEveryCommandLineWithOneLineAndItsStatus) {
   const std::string granted = "{\"success\":true,\"granted\":";
-  const struct {
+  struct Row {
     std::vector<std::string> arguments;
     bool trusted;
     int status;
     std::string output, interrupted;
-  } rows[] = {
+  };
+  std::vector<Row> rows = {
       {{"tovrin"}, true, 1, errorLine(kUsage), ""},
-      {{"tovrin", "frobnicate"}, true, 1, errorLine("Unknown command: frobnicate"), ""},
-      {{"tovrin", "Get-Selection"}, true, 1, errorLine("Unknown command: Get-Selection"), ""},
-      {{"tovrin", " get-selection "}, true, 1, errorLine("Unknown command:  get-selection "), ""},
-      {{"tovrin", "--check-accessibility"}, true, 1,
-       errorLine("Unknown command: --check-accessibility"), ""},
-      {{"tovrin", "check"}, true, 1, errorLine("Unknown command: check"), ""},
-      {{"tovrin", ""}, true, 1, errorLine("Unknown command: "), ""},
       // Known commands end with status 0 whatever they answer; interrupted,
       // get-selection still answers, while a permission command has no
       // answer that would not be a guess.
@@ -55,12 +50,16 @@ TEST(DispatchTest, AnswersEveryCommandLineWithOneLineAndItsStatus) {
       {{"tovrin", "check-accessibility", "x"}, false, 0, granted + "false}\n", ""},
       {{"tovrin", "request-accessibility"}, true, 0, granted + "true}\n", ""},
   };
+  for (const std::string unknown : {"frobnicate", "Get-Selection", " get-selection ",
+                                    "--check-accessibility", "check", ""}) {
+    rows.push_back({{"tovrin", unknown}, true, 1, errorLine("Unknown command: " + unknown), ""});
+  }
   for (const auto& row : rows) {
     testing::FakeDesktop desktop;
     desktop.trusted = row.trusted;
     EXPECT_EQ(dispatchCommand(desktop, row.arguments), row.status);
     EXPECT_EQ(desktop.output, row.output);
-    EXPECT_NO_THROW(json::parse(desktop.output));
+    EXPECT_TRUE(json::accept(desktop.output));
     EXPECT_EQ(desktop.interruptedAnswer, row.interrupted);
     if (row.status == 1) { EXPECT_TRUE(desktop.logLines.empty() && desktop.operations.empty()); }
   }

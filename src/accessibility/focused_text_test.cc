@@ -30,8 +30,8 @@ TEST(FocusedTextTest, EachEndLogsOneLineAndReleasesEverything) {
       {element, {kAXErrorSuccess, std::monostate()}, std::nullopt, text + "0)", both},
       {element, {kAXErrorSuccess, std::string()}, std::nullopt,
        "[tovrin] Accessibility: Selected text is empty", both},
-      {element, {kAXErrorSuccess, std::string(" \n ")}, " \n ", "[tovrin] Accessibility: Got 3 chars",
-       both},
+      {element, {kAXErrorSuccess, std::string(" \n ")}, " \n ",
+       "[tovrin] Accessibility: Got 3 chars", both},
       {element, {kAXErrorSuccess, emoji}, emoji, "[tovrin] Accessibility: Got 1 chars", both},
   };
   for (const auto& row : rows) {

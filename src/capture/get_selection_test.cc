@@ -40,8 +40,8 @@ const Lines kAccessibilityText = {kLog + "Trying accessibility API...",
 TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
   PasteboardContents text{.types = Lines{"public.utf8-plain-text", "public.html"},
                           .string = "Copy", .html = "<b>Copy</b>"};
-  PasteboardContents files{.string = "report.pdf",
-                           .urlObjects = std::vector<PasteboardURLObject>{{true, "/Users/me/r.pdf"}}};
+  PasteboardContents files{
+      .string = "r.pdf", .urlObjects = std::vector<PasteboardURLObject>{{true, "/Users/me/r.pdf"}}};
   const struct {
     const char* name;
     bool trusted = true;

@@ -9,6 +9,9 @@
 namespace tovrin {
 namespace {
 
+const std::string kReleased = "[tovrin] Modifier keys released",
+                  kTimeout = "[tovrin] Timeout waiting for modifier keys to release";
+
 TEST(ModifierWaitTest, WaitsUntilNoShortcutModifierIsHeldOrTheDeadline) {
   const uint64_t caps = kModifierFlagCapsLock, command = kModifierFlagCommand;
   const struct {
@@ -36,9 +39,7 @@ TEST(ModifierWaitTest, WaitsUntilNoShortcutModifierIsHeldOrTheDeadline) {
     desktop.modifierTimeline = row.timeline;
     EXPECT_EQ(waitForModifierKeysReleased(desktop, row.timeoutMs), row.released);
     EXPECT_EQ(desktop.logLines,
-              std::vector<std::string>{row.released
-                                           ? "[tovrin] Modifier keys released"
-                                           : "[tovrin] Timeout waiting for modifier keys to release"});
+              std::vector<std::string>{row.released ? kReleased : kTimeout});
     const auto& ops = desktop.operations;
     EXPECT_NEAR(std::count(ops.begin(), ops.end(), "modifierFlags"), row.reads, row.reads > 1);
     EXPECT_NEAR(desktop.elapsed(), row.elapsed, row.released ? 1e-9 : 0.011);

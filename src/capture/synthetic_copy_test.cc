@@ -32,7 +32,8 @@ Lines captured(const std::string& first, int attempt, size_t chars, std::string 
   Lines lines = {first, kSent,
                  kLog + "CGEvent: Got clipboard on attempt " + std::to_string(attempt) + ": " +
                      std::to_string(chars) + " chars",
-                 kLog + "Attempting HTML capture...", kLog + "Checking for direct HTML on clipboard..."};
+                 kLog + "Attempting HTML capture...",
+                 kLog + "Checking for direct HTML on clipboard..."};
   if (html.empty()) {
     lines.insert(lines.end(), {kLog + "Checking for RTF on clipboard...",
                                kLog + "No HTML or RTF content found on clipboard"});
@@ -79,7 +80,8 @@ TEST(SyntheticCopyTest, CopiesWithCommandCAndPutsTheSavedTextBackOnEveryPath) {
        {kLog + "CGEvent: Another copy is still running"}, 2.0, "A", {}},
       // An empty saved string is saved text and goes back.
       {"empty copy", "", PasteboardContents{.string = ""}, 0, 0, 0, false, false, "nothing",
-       {kReleased, kSent, kNoCopy, kNoText}, 0.45, "", {"clear", kDown, kUp, "clear", "setString "}},
+       {kReleased, kSent, kNoCopy, kNoText}, 0.45, "",
+       {"clear", kDown, kUp, "clear", "setString "}},
       {"no saved text, no copy", std::nullopt, std::nullopt, 0, 0, 0, false, false, "nothing",
        {kReleased, kSent, kNoText}, 0.45, std::nullopt, kept},
       // File paths win over text, and no HTML is read.
@@ -117,7 +119,9 @@ TEST(SyntheticCopyTest, CopiesWithCommandCAndPutsTheSavedTextBackOnEveryPath) {
     EXPECT_EQ(desktop.liveHandles(), 0);
     Lines writes;
     for (const std::string& op : desktop.operations) {
-      if (op == "clear" || op.starts_with("setString") || op.starts_with("key")) writes.push_back(op);
+      if (op == "clear" || op.starts_with("setString") || op.starts_with("key")) {
+        writes.push_back(op);
+      }
     }
     EXPECT_EQ(writes, row.writes);
   }

@@ -27,7 +27,8 @@ TEST(ResponseEncodingTest, WritesOneExactJsonObjectPerAnswer) {
       {SuccessResponse{.text = "Hi", .method = "cgevent", .file_paths = std::vector<std::string>{}},
        R"({"success":true,"text":"Hi","method":"cgevent","file_paths":[]})"},
       // Present empty values are written, absent ones left out.
-      {SuccessResponse{.text = "", .method = "m", .html = "", .file_paths = std::vector<std::string>{}},
+      {SuccessResponse{
+           .text = "", .method = "m", .html = "", .file_paths = std::vector<std::string>{}},
        R"({"success":true,"text":"","method":"m","html":"","file_paths":[]})"},
       {ErrorResponse{"No text selected or could not copy"},
        R"({"success":false,"error":"No text selected or could not copy"})"},
@@ -47,7 +48,7 @@ TEST(ResponseEncodingTest, WritesOneExactJsonObjectPerAnswer) {
   for (const auto& row : rows) {
     const std::optional<std::string> line = encodeResponse(row.response);
     EXPECT_EQ(line, row.line);
-    if (line) { EXPECT_NO_THROW(json::parse(*line)) << *line; }
+    if (line) { EXPECT_TRUE(json::accept(*line)) << *line; }
   }
   const json parsed = json::parse(*encodeResponse(rows[6].response));
   EXPECT_EQ(parsed["text"], controls);

@@ -40,7 +40,9 @@ TEST(FilePathsTest, EveryStrategyCountsItsOwnAndTheCombinedListIsUnique) {
        {"not a url", "https://example.com/x", "/tmp/caf\xC3\xA9", "/etc/hosts"},
        {kTwo + "5", kAll + "4 unique path(s)"}},
       // URL objects with empty paths are dropped before counting.
-      {{.urlObjects = Urls{{true, ""}, {true, "/x"}}}, {"/x"}, {kOne + "1", kAll + "1 unique path(s)"}},
+      {{.urlObjects = Urls{{true, ""}, {true, "/x"}}},
+       {"/x"},
+       {kOne + "1", kAll + "1 unique path(s)"}},
       // The file names list is counted unfiltered, then cleaned.
       {{.filenames = PropertyList{Lines{"", " /x ", "", "/x", "/y"}}},
        {"/x", "/y"}, {kThree + "5", kAll + "2 unique path(s)"}},
@@ -50,7 +52,8 @@ TEST(FilePathsTest, EveryStrategyCountsItsOwnAndTheCombinedListIsUnique) {
     desktop.pasteboard = row.contents;
     EXPECT_EQ(getFilePathsFromClipboard(desktop, desktop), row.paths);
     EXPECT_EQ(desktop.logLines, row.lines);
-    EXPECT_EQ(desktop.operations, (Lines{"urlObjects", "items", "propertyList NSFilenamesPboardType"}));
+    EXPECT_EQ(desktop.operations,
+              (Lines{"urlObjects", "items", "propertyList NSFilenamesPboardType"}));
   }
 }
 

@@ -131,7 +131,8 @@ TEST(RtfToHtmlDocumentTest, ConvertsTheParagraphsOfTheBody) {
        "{\\result r}}d{\\*\\bkmkstart x}e{\\*\\fldinst stray}f}",
        kP + "abcdef</p>\n"},
       // Binary data (here with braces, a backslash and a NUL) is skipped.
-      {std::string("a{\\pict\\bin6 ") + std::string("}{\\\0\x01{", 6) + "}b\\bin3 xyzc\\u233\\bin2 xyd",
+      {std::string("a{\\pict\\bin6 ") + std::string("}{\\\0\x01{", 6) +
+           "}b\\bin3 xyzc\\u233\\bin2 xyd",
        kP + "abcéd</p>\n"},
       {"a\\bin99999 xyz", kP + "a</p>\n"},
       // Missing closing braces, text after the document's end, truncated

@@ -50,9 +50,10 @@ TEST(Utf16Test, ConvertsBothWaysAndRepairsWhatIsIllFormed) {
 TEST(Utf16Test, EveryScalarValueMakesTheRoundTrip) {
   for (char32_t c = 0; c <= 0x10FFFF; ++c) {
     if (c >= 0xD800 && c <= 0xDFFF) continue;
+    const char32_t above = c - 0x10000;
     const Units units = c < 0x10000 ? Units{static_cast<uint16_t>(c)}
-                                    : Units{static_cast<uint16_t>(0xD800 + ((c - 0x10000) >> 10)),
-                                            static_cast<uint16_t>(0xDC00 + ((c - 0x10000) & 0x3FF))};
+                                    : Units{static_cast<uint16_t>(0xD800 + (above >> 10)),
+                                            static_cast<uint16_t>(0xDC00 + (above & 0x3FF))};
     const std::string text = utf8FromUtf16(units);
     ASSERT_TRUE(isValidUtf8(text)) << std::hex << static_cast<uint32_t>(c);
     ASSERT_EQ(utf16FromUtf8(text), units) << std::hex << static_cast<uint32_t>(c);
