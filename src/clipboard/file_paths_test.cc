@@ -68,7 +68,8 @@ TEST(DedupePathsTest, TrimsRepairsAndKeepsTheFirstOfEquivalentPaths) {
       // Names that are not UTF-8 are repaired.
       {{"/tmp/caf\xE9.txt", "/tmp/caf\xE9.txt "}, {"/tmp/caf\xEF\xBF\xBD.txt"}},
       // Canonically equivalent paths are one; compatibility forms are not.
-      {{decomposed, composed}, {decomposed}}, {{composed, " " + decomposed}, {composed}},
+      {{decomposed, composed}, {decomposed}},
+      {{composed, " " + decomposed}, {composed}},
       {{"/\xEF\xAC\x81le", "/file"}, {"/\xEF\xAC\x81le", "/file"}},
   };
   for (const auto& [paths, unique] : rows) EXPECT_EQ(dedupePaths(paths), unique);

@@ -50,11 +50,19 @@ TEST(RtfToHtmlTextTest, ConvertsTheContentOfOneParagraph) {
       {"\\'3c\\'26\\u62?", "&lt;&amp;&gt;"},
       // \u and its fallback characters, counted by \uc in its group; a
       // control word counts as one and skipping stops at a group boundary.
-      {"\\u233?x", "éx"}, {"\\u233  x", "éx"}, {"\\uc1\\u233\\'e9x", "éx"}, {"\\uc0\\u233 x", "éx"},
-      {"\\uc2\\u233\\'65\\'3fx", "éx"}, {"\\uc2\\u233\\emdash ?x", "éx"},
-      {"\\uc3\\u233 ab{c}d", "écd"}, {"{\\uc0 \\u233 x}\\u233 y", "éxé"}, {"\\u-1279?", "\uFB01"},
-      {"\\uc1\\u-10179?\\u-8704?!", "\U0001F600!"}, {"\\uc0\\u55357 \\u56832 ", "\U0001F600"},
-      {"\\u55357?x", kBad + "x"}, {"a\\u56832?b", "a" + kBad + "b"},
+      {"\\u233?x", "éx"},
+      {"\\u233  x", "éx"},
+      {"\\uc1\\u233\\'e9x", "éx"},
+      {"\\uc0\\u233 x", "éx"},
+      {"\\uc2\\u233\\'65\\'3fx", "éx"},
+      {"\\uc2\\u233\\emdash ?x", "éx"},
+      {"\\uc3\\u233 ab{c}d", "écd"},
+      {"{\\uc0 \\u233 x}\\u233 y", "éxé"},
+      {"\\u-1279?", "\uFB01"},
+      {"\\uc1\\u-10179?\\u-8704?!", "\U0001F600!"},
+      {"\\uc0\\u55357 \\u56832 ", "\U0001F600"},
+      {"\\u55357?x", kBad + "x"},
+      {"a\\u56832?b", "a" + kBad + "b"},
       {"\\u55357?\\u55357?\\u56832?", kBad + "\U0001F600"},
       // Fields: hyperlinks become anchors, other fields show their result.
       {link("HYPERLINK \"https://a.example/x y\"", "a"),
@@ -70,7 +78,8 @@ TEST(RtfToHtmlTextTest, ConvertsTheContentOfOneParagraph) {
       {"{\\field{\\*\\fldinst {HYPER}{LINK \"http://f/\\u233?\"}{\\*\\datafield 00ff}}"
        "{\\fldrslt {\\b f}}}",
        "<a href=\"http://f/é\"><b>f</b></a>"},
-      {'p' + link(" PAGE ", "3") + ".", "p3."}, {"a{\\field{\\*\\fldinst DATE}}b", "ab"},
+      {'p' + link(" PAGE ", "3") + ".", "p3."},
+      {"a{\\field{\\*\\fldinst DATE}}b", "ab"},
       {link("HYPERLINK \"\"", "x"), "x"},
       // Attachments and their placeholder character are skipped.
       {"a{{\\NeXTGraphic a.png \\width10 \\height10\n}\\'ac}b"
@@ -78,14 +87,17 @@ TEST(RtfToHtmlTextTest, ConvertsTheContentOfOneParagraph) {
        "abc¬"},
       // Tabs, line breaks (Cocoa's LINE SEPARATOR too), table cells.
       {"a\\tab b\\line c\td", "a" + kT + "b<br>\nc" + kT + "d"},
-      {"{\\b x\\tab y\\line z}", "<b>x" + kT + "y<br>\nz</b>"}, {"a\\uc0\\u8232 b", "a<br>\nb"},
+      {"{\\b x\\tab y\\line z}", "<b>x" + kT + "y<br>\nz</b>"},
+      {"a\\uc0\\u8232 b", "a<br>\nb"},
       // Bold and italic nest properly across groups.
       {"{\\b a{\\i b}c}d", "<b>a<i>b</i>c</b>d"},
       {"{\\i a{\\b b}c}", "<i>a</i><b><i>b</i></b><i>c</i>"},
-      {"\\b a\\i b\\b0 c\\i0 d", "<b>a<i>b</i></b><i>c</i>d"}, {"{\\b}{\\i}x{\\b }", "x"},
+      {"\\b a\\i b\\b0 c\\i0 d", "<b>a<i>b</i></b><i>c</i>d"},
+      {"{\\b}{\\i}x{\\b }", "x"},
       {"\\b\\i\\ul a\\plain b", "<b><i><span class=\"s1\">a</span></i></b>b"},
       // The document's code page, 1252 here; 0x81 is unassigned in it.
-      {"caf\\'e9 \\'80\\'85 caf\xe9", "café €… café"}, {"a\\'81b", "a" + kBad + "b"},
+      {"caf\\'e9 \\'80\\'85 caf\xe9", "café €… café"},
+      {"a\\'81b", "a" + kBad + "b"},
   };
   for (const Row& row : rows) EXPECT_EQ(inlineOf(row.rtf), row.html) << row.rtf;
 }
@@ -126,9 +138,12 @@ TEST(RtfToHtmlDocumentTest, ConvertsTheParagraphsOfTheBody) {
       // Missing closing braces, text after the document's end, truncated
       // and oversized controls.
       {"{\\rtf1 {\\b bold{\\i both", kP + "<b>bold<i>both</i></b></p>\n"},
-      {"{\\rtf1 a}}} b{", kP + "a</p>\n"}, {std::string("{\\rtf1 a}\0", 10), kP + "a</p>\n"},
-      {"{\\rtf1 a\\", kP + "a</p>\n"}, {"{\\rtf1 a\\'4", kP + "a</p>\n"},
-      {"{\\rtf1 a\\u", kP + "a</p>\n"}, {"{\\rtf1 a\\'zz}", kP + "azz</p>\n"},
+      {"{\\rtf1 a}}} b{", kP + "a</p>\n"},
+      {std::string("{\\rtf1 a}\0", 10), kP + "a</p>\n"},
+      {"{\\rtf1 a\\", kP + "a</p>\n"},
+      {"{\\rtf1 a\\'4", kP + "a</p>\n"},
+      {"{\\rtf1 a\\u", kP + "a</p>\n"},
+      {"{\\rtf1 a\\'zz}", kP + "azz</p>\n"},
       // Deep nesting does not exhaust the stack, and formatting outside the
       // deep groups survives them.
       {"{\\rtf1 " + std::string(100000, '{') + "deep", kP + "deep</p>\n"},
@@ -138,14 +153,16 @@ TEST(RtfToHtmlDocumentTest, ConvertsTheParagraphsOfTheBody) {
       // Beyond the depth cap, groups no longer scope formatting.
       {"{\\rtf1 " + std::string(1100, '{') + "{\\b x}y", kP + "<b>xy</b></p>\n"},
       // The final paragraph is written only with content.
-      {"a\\par", kP + "a</p>\n"}, {"a\\par b", kP + "a</p>\n" + kP + "b</p>\n"},
+      {"a\\par", kP + "a</p>\n"},
+      {"a\\par b", kP + "a</p>\n" + kP + "b</p>\n"},
       {"a\\par {\\v hidden}", kP + "a</p>\n"},
       {"a\\page b\\sect\\page c", kP + "a</p>\n" + kP + "b</p>\n" + kP + "c</p>\n"},
       {"\\trowd\\cellx100\\cellx200\\intbl A\\cell B\\cell\\row after",
        kP + "A" + kT + "B</p>\n" + kP + "after</p>\n"},
       // Code pages: the document's, and a font's charset or code page.
       {"{\\rtf1\\ansi\\ansicpg1251 \\'cf\\'f0\\'e8}", kP + "При</p>\n"},
-      {"{\\rtf1\\mac \\'8e\\'a5}", kP + "é•</p>\n"}, {"{\\rtf1\\pc \\'82}", kP + "é</p>\n"},
+      {"{\\rtf1\\mac \\'8e\\'a5}", kP + "é•</p>\n"},
+      {"{\\rtf1\\pc \\'82}", kP + "é</p>\n"},
       {"{\\rtf1\\pca \\'9b}", kP + "ø</p>\n"},
       {fonts + "\\'e9 {\\f1 \\'cf\\'f0\\'e8\\'e2\\'e5\\'f2} {\\f3\\'e9} {\\f4\\'e1}}",
        kP + "é Привет é α</p>\n"},

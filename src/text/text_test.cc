@@ -10,8 +10,10 @@ using Rows = std::vector<std::pair<std::string, std::string>>;
 TEST(Utf8Test, EachIllFormedSubpartBecomesOneReplacementCharacter) {
   const std::string f = "\xEF\xBF\xBD";
   const Rows rows = {
-      {"plain", "plain"}, {"caf\xC3\xA9", "caf\xC3\xA9"},
-      {std::string("a\0b", 3), std::string("a\0b", 3)}, {"\xff", f},
+      {"plain", "plain"},
+      {"caf\xC3\xA9", "caf\xC3\xA9"},
+      {std::string("a\0b", 3), std::string("a\0b", 3)},
+      {"\xff", f},
       {"a\xC3", "a" + f},                    // truncated
       {"\xC0\xAF", f + f},                   // overlong '/'
       {"\xE0\x80\xAF", f + f + f},            // overlong '/'
@@ -35,20 +37,24 @@ TEST(EscapeForLogTest, NothingFromOutsideStartsALineOrDrivesTheTerminal) {
       {"\x1b]0;title\x07\r\x7f", "\\u001b]0;title\\u0007\\u000d\\u007f"},
       // C1 controls (here CSI, U+009B) are escaped; other non-ASCII stays.
       {"\xC2\x9B" "2J caf\xC3\xA9 \xC2\xA0", "\\u009b2J caf\xC3\xA9 \xC2\xA0"},
-      {"q\"b\\", "q\\\"b\\\\"}, {"\xff", "\xEF\xBF\xBD"},
+      {"q\"b\\", "q\\\"b\\\\"},
+      {"\xff", "\xEF\xBF\xBD"},
   };
   for (const auto& [text, escaped] : rows) EXPECT_EQ(escapeForLog(text), escaped);
 }
 
 TEST(CharacterCountTest, CountsUserPerceivedCharacters) {
   const std::pair<const char*, size_t> rows[] = {
-      {"", 0}, {"Hello", 5},
+      {"", 0},
+      {"Hello", 5},
       {"e\xCC\x81", 1},                                                     // combining acute
       {"\xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD", 1},                              // skin tone
       {"\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F"  // a family of four,
        "\x91\xA7\xE2\x80\x8D\xF0\x9F\x91\xA6", 1},                          // joined by ZWJ
       {"\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7", 1},                              // flag
-      {"\r\n", 1}, {"  \n", 3}, {"\xE6\xBC\xA2\xE5\xAD\x97", 2},
+      {"\r\n", 1},
+      {"  \n", 3},
+      {"\xE6\xBC\xA2\xE5\xAD\x97", 2},
   };
   for (const auto& [text, count] : rows) EXPECT_EQ(countCharacters(text), count) << text;
 }

@@ -15,10 +15,13 @@ const std::string kFffd = "\xEF\xBF\xBD";
 
 TEST(Utf16Test, ConvertsBothWaysAndRepairsWhatIsIllFormed) {
   const std::pair<Units, std::string> both[] = {
-      {{}, ""}, {{'a', 0, 'b'}, std::string("a\0b", 3)}, {{0xE9}, "\xC3\xA9"},
+      {{}, ""},
+      {{'a', 0, 'b'}, std::string("a\0b", 3)},
+      {{0xE9}, "\xC3\xA9"},
       {{0x20AC}, "\xE2\x82\xAC"},
       {{0xFEFF, 'x'}, "\xEF\xBB\xBFx"},  // a byte-order mark is kept
-      {{0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"}, {{0xDBFF, 0xDFFF}, "\xF4\x8F\xBF\xBF"},
+      {{0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},
+      {{0xDBFF, 0xDFFF}, "\xF4\x8F\xBF\xBF"},
   };
   for (const auto& [units, text] : both) {
     EXPECT_EQ(utf8FromUtf16(units), text);
@@ -27,14 +30,19 @@ TEST(Utf16Test, ConvertsBothWaysAndRepairsWhatIsIllFormed) {
   // Lone surrogates: cut at the end, low alone, high without low, a
   // reversed pair, a pair after a lone one.
   const std::pair<Units, std::string> lone[] = {
-      {{'a', 0xD83D}, "a" + kFffd}, {{0xDE00, 'a'}, kFffd + "a"}, {{0xD83D, 'a'}, kFffd + "a"},
-      {{0xDE00, 0xD83D}, kFffd + kFffd}, {{0xD83D, 0xD83D, 0xDE00}, kFffd + "\xF0\x9F\x98\x80"},
+      {{'a', 0xD83D}, "a" + kFffd},
+      {{0xDE00, 'a'}, kFffd + "a"},
+      {{0xD83D, 'a'}, kFffd + "a"},
+      {{0xDE00, 0xD83D}, kFffd + kFffd},
+      {{0xD83D, 0xD83D, 0xDE00}, kFffd + "\xF0\x9F\x98\x80"},
   };
   for (const auto& [units, text] : lone) EXPECT_EQ(utf8FromUtf16(units), text);
   // Invalid UTF-8 is repaired as toValidUtf8 repairs it, not lost.
   const std::pair<std::string, Units> invalid[] = {
-      {"a\xC3", {'a', 0xFFFD}}, {"\xC0\xAF", {0xFFFD, 0xFFFD}},
-      {"\xED\xA0\x80", {0xFFFD, 0xFFFD, 0xFFFD}}, {"\xFF" "b", {0xFFFD, 'b'}},
+      {"a\xC3", {'a', 0xFFFD}},
+      {"\xC0\xAF", {0xFFFD, 0xFFFD}},
+      {"\xED\xA0\x80", {0xFFFD, 0xFFFD, 0xFFFD}},
+      {"\xFF" "b", {0xFFFD, 'b'}},
   };
   for (const auto& [text, units] : invalid) EXPECT_EQ(utf16FromUtf8(text), units);
 }
