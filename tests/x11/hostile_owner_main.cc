@@ -1,4 +1,4 @@
-// Runs one HostileOwner as a process of its own, for the benchmarks:
+// Runs one hostile TestOwner as a process of its own, for the benchmarks:
 //
 //   hostile_owner silent|endless-slow|endless-fast|huge|huge-unannounced
 //
@@ -8,14 +8,26 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
+#include <string_view>
+#include <utility>
 
-#include "tests/x11/hostile_owner.h"
+#include "tests/x11/test_owner.h"
 
 int main(int argc, char** argv) {
-  auto hostility =
-      argc == 2 ? tovrin::testing::hostilityNamed(argv[1]) : std::nullopt;
-  if (!hostility) {
+  using tovrin::testing::Behaviour;
+  const std::pair<std::string_view, Behaviour> kinds[] = {
+      {"silent", Behaviour::kSilent},
+      {"endless-slow", Behaviour::kEndlessSlow},
+      {"endless-fast", Behaviour::kEndlessFast},
+      {"huge", Behaviour::kHuge},
+      {"huge-unannounced", Behaviour::kHugeUnannounced}};
+  const auto* kind = std::find_if(std::begin(kinds), std::end(kinds), [&](auto& k) {
+    return argc == 2 && k.first == argv[1];
+  });
+  if (kind == std::end(kinds)) {
     std::fprintf(
         stderr,
         "usage: %s silent|endless-slow|endless-fast|huge|huge-unannounced\n",
@@ -28,7 +40,7 @@ int main(int argc, char** argv) {
   for (int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const char* display = std::getenv("DISPLAY");
-  tovrin::testing::HostileOwner owner(display ? display : "", *hostility);
+  tovrin::testing::TestOwner owner(display ? display : "", kind->second);
   if (!owner.owns()) {
     std::fprintf(stderr, "could not take CLIPBOARD\n");
     return 1;
