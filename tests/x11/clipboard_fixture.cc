@@ -74,8 +74,9 @@ void X11Test::TearDown() {
 std::unique_ptr<X11Pasteboard> openPasteboard(
     const std::string& display, std::chrono::milliseconds timeout) {
   std::unique_ptr<X11Pasteboard> pasteboard;
-  waitUntil([&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; },
-            timeout);
+  waitUntil(
+      [&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; },
+      timeout);
   return pasteboard;
 }
 
@@ -93,8 +94,15 @@ Window X11Test::clipboardOwner() {
   return XGetSelectionOwner(probe_->display(), atom("CLIPBOARD"));
 }
 
-pid_t X11Test::xclipOwns(const std::string& target,
-                                  const std::string& data) {
+std::string X11Test::namesOf(const std::vector<uint32_t>& atoms) {
+  std::string names;
+  for (auto& name : atomNames(display(), {atoms.begin(), atoms.end()})) {
+    names += (names.empty() ? "" : " ") + name.value_or("None");
+  }
+  return names;
+}
+
+pid_t X11Test::xclipOwns(const std::string& target, const std::string& data) {
   Window before = clipboardOwner();
   SpawnOptions options;
   options.input = data;
@@ -113,8 +121,7 @@ pid_t X11Test::xclipOwns(const std::string& target,
   return *pid;
 }
 
-std::optional<std::string> X11Test::xclipReads(
-    const std::string& target) {
+std::optional<std::string> X11Test::xclipReads(const std::string& target) {
   auto result = xvfb().run(
       {"xclip", "-o", "-selection", "clipboard", "-t", target}, seconds(5));
   if (!result || result->exit.code != 0) return std::nullopt;

@@ -8,30 +8,24 @@
 #include <signal.h>
 
 #include <cstdio>
-#include <algorithm>
 #include <cstdlib>
-#include <iterator>
-#include <string_view>
-#include <utility>
+#include <string>
 
 #include "tests/x11/test_owner.h"
 
 int main(int argc, char** argv) {
   using tovrin::testing::Behaviour;
-  const std::pair<std::string_view, Behaviour> kinds[] = {
-      {"silent", Behaviour::kSilent},
-      {"endless-slow", Behaviour::kEndlessSlow},
-      {"endless-fast", Behaviour::kEndlessFast},
-      {"huge", Behaviour::kHuge},
-      {"huge-unannounced", Behaviour::kHugeUnannounced}};
-  const auto* kind = std::find_if(std::begin(kinds), std::end(kinds), [&](auto& k) {
-    return argc == 2 && k.first == argv[1];
-  });
-  if (kind == std::end(kinds)) {
-    std::fprintf(
-        stderr,
-        "usage: %s silent|endless-slow|endless-fast|huge|huge-unannounced\n",
-        argv[0]);
+  // In the order of Behaviour.
+  const std::string kinds[] = {
+      "",     "silent",          "stalls", "endless-slow", "endless-fast",
+      "huge", "huge-unannounced"};
+  int kind = 1;
+  while (argc == 2 && kind < 7 && kinds[kind] != argv[1]) ++kind;
+  if (argc != 2 || kind == 7) {
+    std::fprintf(stderr,
+                 "usage: %s silent|endless-slow|endless-fast|huge|"
+                 "huge-unannounced\n",
+                 argv[0]);
     return 2;
   }
   // Blocked before the serving thread starts, so that only sigwait sees them.
@@ -40,14 +34,13 @@ int main(int argc, char** argv) {
   for (int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const char* display = std::getenv("DISPLAY");
-  tovrin::testing::TestOwner owner(display ? display : "", kind->second);
+  tovrin::testing::TestOwner owner(display ? display : "",
+                                   static_cast<Behaviour>(kind));
   if (!owner.owns()) {
     std::fprintf(stderr, "could not take CLIPBOARD\n");
     return 1;
   }
   std::printf("owns\n");
   std::fflush(stdout);
-  int received = 0;
-  sigwait(&signals, &received);
-  return 0;
+  sigwait(&signals, &kind);
 }

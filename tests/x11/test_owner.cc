@@ -15,8 +15,9 @@ using std::chrono::milliseconds;
 TestOwner::TestOwner(const std::string& display, Behaviour behaviour,
                      const std::vector<Target>& targets, size_t chunkSize)
     : behaviour_(behaviour),
-      chunkSize_(chunkSize != 0 ? chunkSize
-                 : behaviour == Behaviour::kEndlessSlow ? 1024 : 262144),
+      chunkSize_(chunkSize != 0                         ? chunkSize
+                 : behaviour == Behaviour::kEndlessSlow ? 1024
+                                                        : 262144),
       chunk_(chunkSize_, 'x') {
   connection_ = SelectionConnection::open(display);
   if (!connection_) return;
@@ -104,18 +105,21 @@ void TestOwner::answer(const XSelectionRequestEvent& request) {
                                     .sequence);
   auto announced =
       uint32_t(behaviour_ == Behaviour::kHuge ? kHugeSize : chunkSize_);
-  put(XCB_PROP_MODE_REPLACE, XInternAtom(connection_->display(), "INCR", 0),
-      32, 1, &announced);
-  xcb_selection_notify_event_t notice = {
-      XCB_SELECTION_NOTIFY,         0, 0, uint32_t(request.time),
-      uint32_t(request.requestor),  uint32_t(request.selection),
-      uint32_t(request.target),     uint32_t(property_)};
-  xcb_discard_reply(connection,
-                    xcb_send_event_checked(
-                        connection, 0, uint32_t(requestor_),
-                        XCB_EVENT_MASK_NO_EVENT,
-                        reinterpret_cast<const char*>(&notice))
-                        .sequence);
+  put(XCB_PROP_MODE_REPLACE, XInternAtom(connection_->display(), "INCR", 0), 32,
+      1, &announced);
+  xcb_selection_notify_event_t notice = {XCB_SELECTION_NOTIFY,
+                                         0,
+                                         0,
+                                         uint32_t(request.time),
+                                         uint32_t(request.requestor),
+                                         uint32_t(request.selection),
+                                         uint32_t(request.target),
+                                         uint32_t(property_)};
+  xcb_discard_reply(
+      connection, xcb_send_event_checked(connection, 0, uint32_t(requestor_),
+                                         XCB_EVENT_MASK_NO_EVENT,
+                                         reinterpret_cast<const char*>(&notice))
+                      .sequence);
   xcb_flush(connection);
 }
 

@@ -43,7 +43,8 @@ TEST(ModifierFlagsTest, EachX11ModifierHasItsFlag) {
        0x1F0000},
   };
   for (const auto& [mask, flags] : cases) {
-    EXPECT_EQ(modifierFlagsFromMask(mask), flags) << "mask 0x" << std::hex << mask;
+    EXPECT_EQ(modifierFlagsFromMask(mask), flags)
+        << "mask 0x" << std::hex << mask;
   }
 }
 
@@ -82,8 +83,8 @@ TEST_F(DesktopX11Test, WithoutWindowManagerTheInputFocusOrThePointerTells) {
 }
 
 TEST_F(DesktopX11Test, ModifierHeldThroughXTestShowsInTheFlags) {
-  const std::pair<KeySym, uint64_t> steps[] = {
-      {XK_Shift_L, 0x20000}, {XK_Control_L, 0x60000}};
+  const std::pair<KeySym, uint64_t> steps[] = {{XK_Shift_L, 0x20000},
+                                               {XK_Control_L, 0x60000}};
   EXPECT_EQ(currentModifierFlags(display()), 0u);
   for (const auto& [key, flags] : steps) {
     XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), key), True,

@@ -35,8 +35,9 @@ class KeyboardX11Test : public testing::X11Test {
   void SetUp() override {
     X11Test::SetUp();
     if (IsSkipped()) return;
-    Window window = testing::mapTestWindow(display(), DefaultRootWindow(display()),
-                                   0, 0, "editor", KeyPressMask | KeyReleaseMask);
+    Window window =
+        testing::mapTestWindow(display(), DefaultRootWindow(display()), 0, 0,
+                               "editor", KeyPressMask | KeyReleaseMask);
     XSetInputFocus(display(), window, RevertToPointerRoot, CurrentTime);
     XSync(display(), False);
   }
@@ -106,19 +107,28 @@ TEST_F(KeyboardX11Test, CopyShortcutPressesTheKeysOfTheLayoutAlone) {
       // With Dvorak and Russian loaded, c sits on another key in each
       // group, and only the active group says which one the application
       // reads. Russian has no c: then the key at its US position.
-      {"Dvorak", {"-layout", "us,ru", "-variant", "dvorak,"}, 0,
-       CopyShortcut::kControlC, {37, 31}},
+      {"Dvorak",
+       {"-layout", "us,ru", "-variant", "dvorak,"},
+       0,
+       CopyShortcut::kControlC,
+       {37, 31}},
       {"Russian group", {}, 1, CopyShortcut::kControlC, {37, 54}},
       {"Russian", {"-layout", "ru"}, 0, CopyShortcut::kControlC, {37, 54}},
       // Keyboards and drivers number their keys differently; the key's XKB
       // name says where it sits: here AB03 on key code 56, AB05 on 54.
-      {"keys numbered otherwise", {}, 0, CopyShortcut::kControlC, {37, 56},
-       false, true},
+      {"keys numbered otherwise",
+       {},
+       0,
+       CopyShortcut::kControlC,
+       {37, 56},
+       false,
+       true},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     if (!row.layout.empty()) {
-      if (access("/usr/bin/setxkbmap", X_OK) != 0) GTEST_SKIP() << "no setxkbmap";
+      if (access("/usr/bin/setxkbmap", X_OK) != 0)
+        GTEST_SKIP() << "no setxkbmap";
       std::vector<std::string> argv = {"setxkbmap", "-display",
                                        xvfb().display()};
       argv.insert(argv.end(), row.layout.begin(), row.layout.end());
@@ -142,7 +152,8 @@ TEST_F(KeyboardX11Test, CopyShortcutPressesTheKeysOfTheLayoutAlone) {
     // The copy keystroke has a connection of its own, opened now so that it
     // sees the layout of this moment.
     auto connection = SelectionConnection::open(xvfb().display());
-    auto keystroke = CopyKeystroke::prepare(connection->display(), row.shortcut);
+    auto keystroke =
+        CopyKeystroke::prepare(connection->display(), row.shortcut);
     ASSERT_TRUE(keystroke);
     EXPECT_EQ(keystroke->shortcutKeys(), row.keys);
     keystroke->press();
