@@ -64,6 +64,7 @@ void TestOwner::serve() {
       const XPropertyEvent& change = event.xproperty;
       if (server_) {
         server_->handleEvent(event);
+        lost_ = server_->lost();
       } else if (event.type == SelectionRequest) {
         answer(event.xselectionrequest);
       } else if (event.type == PropertyNotify && requestor_ != None &&

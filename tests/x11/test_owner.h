@@ -62,6 +62,8 @@ class TestOwner {
   /// The server time at which it took CLIPBOARD.
   Time acquired() const { return acquired_; }
   int requestsSeen() const { return requests_; }
+  /// Whether another client took CLIPBOARD (kServes only).
+  bool lost() const { return lost_; }
   /// The bytes of value written by the INCR kinds so far.
   size_t bytesSent() const { return bytesSent_; }
   /// Stops or resumes answering, like SIGSTOP and SIGCONT would.
@@ -82,7 +84,7 @@ class TestOwner {
   size_t chunkSize_;
   std::string chunk_;
   Time acquired_ = CurrentTime;
-  std::atomic<bool> paused_{false}, stop_{false};
+  std::atomic<bool> paused_{false}, stop_{false}, lost_{false};
   std::atomic<int> requests_{0};
   std::atomic<size_t> bytesSent_{0};
   // The one INCR transfer of the hostile kinds: a new request drops it.
