@@ -31,9 +31,9 @@ TestOwner::TestOwner(const std::string& display, Behaviour behaviour,
   if (behaviour == Behaviour::kServes) {
     std::vector<OfferedTarget> offered;
     for (const auto& target : targets) {
-      Atom atom = XInternAtom(x, target.name.c_str(), False);
+      Atom atom = XInternAtom(x, target.first.c_str(), False);
       offered.push_back(OfferedTarget{
-          atom, atom, 8, std::make_shared<const std::string>(target.data)});
+          atom, atom, 8, std::make_shared<const std::string>(target.second)});
     }
     server_ = std::make_unique<SelectionServer>(
         x, connection_->window(), clipboard, acquired_, std::move(offered));

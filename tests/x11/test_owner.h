@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/x11/selection.h"
@@ -42,10 +43,8 @@ enum class Behaviour {
 
 class TestOwner {
  public:
-  struct Target {
-    std::string name;
-    std::string data;
-  };
+  /// A target's name and its value.
+  using Target = std::pair<std::string, std::string>;
 
   /// Takes CLIPBOARD on `display`. `chunkSize` (bytes) replaces the INCR
   /// kinds' default: 1 KiB for kEndlessSlow, 256 KiB for the others.
