@@ -80,7 +80,7 @@ class X11Test : public XvfbTest {
   std::unique_ptr<X11Pasteboard> newPasteboard();
   Atom atom(const char* name);
   Window clipboardOwner();
-  /// The names of `atoms`, each after a space; "None" for 0.
+  /// The names of `atoms`, separated by spaces; "None" for 0.
   std::string namesOf(const std::vector<uint32_t>& atoms);
   /// Starts xclip owning CLIPBOARD with `data` under `target` and waits
   /// until it owns it.

@@ -1,6 +1,6 @@
 // Runs one hostile TestOwner as a process of its own, for the benchmarks:
 //
-//   hostile_owner silent|endless-slow|endless-fast|huge|huge-unannounced
+//   hostile_owner silent|stalls|endless-slow|endless-fast|huge|huge-unannounced
 //
 // Takes CLIPBOARD on $DISPLAY, prints "owns" and a newline once it does, and
 // serves until SIGTERM, SIGINT or SIGHUP.
@@ -23,7 +23,7 @@ int main(int argc, char** argv) {
   while (argc == 2 && kind < 7 && kinds[kind] != argv[1]) ++kind;
   if (argc != 2 || kind == 7) {
     std::fprintf(stderr,
-                 "usage: %s silent|endless-slow|endless-fast|huge|"
+                 "usage: %s silent|stalls|endless-slow|endless-fast|huge|"
                  "huge-unannounced\n",
                  argv[0]);
     return 2;

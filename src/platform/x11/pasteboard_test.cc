@@ -105,7 +105,8 @@ TEST_F(PasteboardX11Test, ReadsWhatEachKindOfOwnerOffers) {
        "-|-|-|-|file:///tmp/a%20b file:///tmp/c" + kTargets +
            "x-special/gnome-copied-files"},
   };
-  for (const auto& [targets, expected] : rows) {
+  for (const auto& row : rows) {
+    const auto& [targets, expected] = row;
     SCOPED_TRACE(expected);
     std::optional<TestOwner> owner;
     if (!targets.empty()) owner.emplace(xvfb().display(), targets);
@@ -113,8 +114,8 @@ TEST_F(PasteboardX11Test, ReadsWhatEachKindOfOwnerOffers) {
     std::future<std::string> other;
     milliseconds took = timed([&] {
       other = std::async(std::launch::async, [&] { return reads(); });
-      EXPECT_EQ(reads(), expected);
-      EXPECT_EQ(other.get(), expected);
+      EXPECT_EQ(reads(), row.second);
+      EXPECT_EQ(other.get(), row.second);
     });
     // Nothing to wait for without an owner.
     EXPECT_TRUE(owner || took < kPromptly) << took.count() << " ms";
