@@ -180,7 +180,7 @@ class SwayDesktop : public WaylandDesktop {
   bool start(std::string* error) {
     if (geteuid() == 0) {
       *error = "sway refuses to run as root: run the end-to-end tests as an "
-               "unprivileged user (tests/as_test_user.sh does)";
+               "unprivileged user (scripts/as_test_user.sh does)";
       return false;
     }
     char directory[] = "/tmp/tovrin-sway-config-XXXXXX";
