@@ -18,6 +18,7 @@
 
 #include "platform/platform.h"
 #include "response/response.h"
+#include "text/url_uriparser.h"
 
 namespace tovrin {
 /// Prints a response as the JSON line it becomes, for failure messages.
@@ -128,7 +129,9 @@ class FakeDesktop : public Platform, public Pasteboard {
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
     return rtfConverter ? rtfConverter(rtf) : std::nullopt;
   }
-  std::optional<ParsedURL> parseURL(std::string_view text) override;
+  std::optional<ParsedURL> parseURL(std::string_view text) override {
+    return parseURLWithUriparser(text);
+  }
   void sleep(double seconds) override { currentClock() += std::max(seconds, 0.0); }
   std::chrono::nanoseconds monotonicNow() override;
   std::shared_ptr<Semaphore> createSemaphore() override;
