@@ -278,8 +278,6 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
        [](Bus& b) { browser(b)["/link"].flags = "Z"; }},
       {"the registry does not answer", disabled, "",
        [](Bus& b) { editor(b), b.registryUp = false; }},
-      {"the process has no application", disabled, "",
-       [](Bus& b) { editor(b); }, 7},
       {"the focused element has no Text", disabled, "",
        [](Bus& b) { editor(b)["/view"].flags = "FN"; }},
       {"nothing focused", none, "",
