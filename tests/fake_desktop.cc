@@ -64,8 +64,8 @@ class FakeDesktop::FakeSemaphore : public Semaphore {
 FakeDesktop::FakeDesktop() : liveHandles_(std::make_shared<int>(0)) {}
 
 void FakeDesktop::record(std::string operation, bool spendsTime) {
+  if (spendsTime) sleep(operationSeconds + extraSeconds[operation]);
   operations.push_back(std::move(operation));
-  if (spendsTime) sleep(operationSeconds);
 }
 
 PasteboardContents& FakeDesktop::currentPasteboard() {
@@ -157,14 +157,12 @@ void FakeDesktop::runPendingWork() {
 std::optional<std::string> FakeDesktop::stringForType(PasteboardType type) {
   const bool html = type == PasteboardType::kHTML;
   record(html ? "html" : type == PasteboardType::kString ? "string" : "string of RTF");
-  sleep(html ? htmlReadSeconds : 0);
   return html ? currentPasteboard().html
               : type == PasteboardType::kString ? currentPasteboard().string : std::nullopt;
 }
 
 std::optional<std::string> FakeDesktop::dataForType(PasteboardType type) {
   record(type == PasteboardType::kRTF ? "rtf" : "data of another type");
-  sleep(type == PasteboardType::kRTF ? rtfReadSeconds : 0);
   return type == PasteboardType::kRTF ? currentPasteboard().rtf : std::nullopt;
 }
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -69,13 +70,13 @@ class FakeDesktop : public Platform, public Pasteboard {
   /// nothing.
   std::optional<PasteboardContents> copyResult;
   double copyDelay = 0.0;
-  /// How long the pasteboard takes to answer a read of HTML or RTF.
-  double htmlReadSeconds = 0.0, rtfReadSeconds = 0.0;
   /// How long every other query of the desktop takes: trust checks, the
   /// frontmost application, accessibility queries, pasteboard operations,
   /// posting key events. Modifier reads, the lock and event sources take no
   /// time.
   double operationSeconds = 0.0;
+  /// How much longer some operations take, by name ("html": the read of HTML).
+  std::map<std::string, double> extraSeconds;
   /// The RTF converter; without one, no RTF converts.
   std::function<std::optional<std::string>(std::string_view)> rtfConverter;
 
