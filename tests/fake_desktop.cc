@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "cli/output.h"
-#include "text/url_uriparser.h"
 
 namespace tovrin {
 
@@ -18,34 +17,26 @@ void PrintTo(const Response& response, std::ostream* out) {
 namespace tovrin::testing {
 namespace {
 
-/// Counts itself among the desktop's live handles while it exists.
-struct LiveCount {
-  explicit LiveCount(std::shared_ptr<int> counter) : counter(std::move(counter)) {
+/// Every handle the desktop hands out, which counts itself among the live
+/// ones while it exists; a copy run's lock records its release.
+struct FakeHandle : AXObject, EventSource, KeyboardEvent, CopyRunLock {
+  FakeHandle(std::shared_ptr<int> counter, std::optional<std::string> text = {},
+             std::function<void(uint64_t flags, int tap)> deliver = {})
+      : counter(std::move(counter)), text(std::move(text)), deliver(std::move(deliver)) {
     ++*this->counter;
   }
-  ~LiveCount() { --*counter; }
-  std::shared_ptr<int> counter;
-};
-
-struct FakeAXObject : AXObject, LiveCount {
-  FakeAXObject(std::shared_ptr<int> counter, std::optional<std::string> text)
-      : LiveCount(std::move(counter)), text(std::move(text)) {}
+  ~FakeHandle() override {
+    --*counter;
+    if (release) release();
+  }
   std::optional<std::string> stringValue() const override { return text; }
-  std::optional<std::string> text;
-};
-
-struct FakeEventSource : EventSource, LiveCount {
-  using LiveCount::LiveCount;
-};
-
-struct FakeKeyboardEvent : KeyboardEvent, LiveCount {
-  FakeKeyboardEvent(std::shared_ptr<int> counter,
-                    std::function<void(uint64_t flags, int tap)> deliver)
-      : LiveCount(std::move(counter)), deliver(std::move(deliver)) {}
   void setFlags(uint64_t newFlags) override { flags = newFlags; }
   void post(int tap) override { deliver(flags, tap); }
-  uint64_t flags = 0;
+  std::shared_ptr<int> counter;
+  std::optional<std::string> text;
   std::function<void(uint64_t flags, int tap)> deliver;
+  std::function<void()> release;
+  uint64_t flags = 0;
 };
 
 }  // namespace
@@ -73,8 +64,8 @@ class FakeDesktop::FakeSemaphore : public Semaphore {
 FakeDesktop::FakeDesktop() : liveHandles_(std::make_shared<int>(0)) {}
 
 void FakeDesktop::record(std::string operation, bool spendsTime) {
+  if (spendsTime) sleep(operationSeconds + extraSeconds[operation]);
   operations.push_back(std::move(operation));
-  if (spendsTime) sleep(operationSeconds);
 }
 
 PasteboardContents& FakeDesktop::currentPasteboard() {
@@ -87,7 +78,7 @@ PasteboardContents& FakeDesktop::currentPasteboard() {
 }
 
 AXObjectHandle FakeDesktop::createSystemWideElement() {
-  return std::make_unique<FakeAXObject>(liveHandles_, std::nullopt);
+  return std::make_unique<FakeHandle>(liveHandles_);
 }
 
 AXAttributeResult FakeDesktop::copyAttributeValue(const AXObject&,
@@ -97,9 +88,9 @@ AXAttributeResult FakeDesktop::copyAttributeValue(const AXObject&,
       attribute == "AXFocusedUIElement" ? focusedElement : selectedText;
   AXAttributeResult result{answer.error, nullptr};
   if (const auto* text = std::get_if<std::string>(&answer.value)) {
-    result.value = std::make_unique<FakeAXObject>(liveHandles_, *text);
+    result.value = std::make_unique<FakeHandle>(liveHandles_, *text);
   } else if (std::holds_alternative<FakeAttribute::NonString>(answer.value)) {
-    result.value = std::make_unique<FakeAXObject>(liveHandles_, std::nullopt);
+    result.value = std::make_unique<FakeHandle>(liveHandles_);
   }
   return result;
 }
@@ -115,15 +106,15 @@ uint64_t FakeDesktop::modifierFlags() {
 
 EventSourceHandle FakeDesktop::createEventSource(int stateId) {
   record("eventSource " + std::to_string(stateId), false);
-  return std::make_unique<FakeEventSource>(liveHandles_);
+  return std::make_unique<FakeHandle>(liveHandles_);
 }
 
 KeyboardEventHandle FakeDesktop::createKeyboardEvent(EventSource*,
                                                      uint16_t virtualKey,
                                                      bool keyDown) {
   if (keyDown ? failKeyDownCreation : failKeyUpCreation) return nullptr;
-  return std::make_unique<FakeKeyboardEvent>(
-      liveHandles_, [this, virtualKey, keyDown](uint64_t flags, int tap) {
+  return std::make_unique<FakeHandle>(
+      liveHandles_, std::nullopt, [this, virtualKey, keyDown](uint64_t flags, int tap) {
         record(std::string(keyDown ? "keyDown " : "keyUp ") +
                std::to_string(virtualKey) + " flags " + std::to_string(flags) +
                " tap " + std::to_string(tap));
@@ -136,20 +127,13 @@ KeyboardEventHandle FakeDesktop::createKeyboardEvent(EventSource*,
 }
 
 CopyRunLockHandle FakeDesktop::lockCopyRun(std::chrono::milliseconds timeout) {
-  struct Lock : CopyRunLock {
-    explicit Lock(FakeDesktop& desktop) : desktop(desktop) {}
-    ~Lock() override { desktop.record("unlock", false); }
-    FakeDesktop& desktop;
-  };
   const double limit = clock_ + std::chrono::duration<double>(timeout).count();
   clock_ = std::max(clock_, std::min(limit, otherCopyRunSeconds));
   if (otherCopyRunSeconds > limit) return nullptr;
   record("lock", false);
-  return std::make_unique<Lock>(*this);
-}
-
-std::optional<ParsedURL> FakeDesktop::parseURL(std::string_view text) {
-  return parseURLWithUriparser(text);
+  auto lock = std::make_unique<FakeHandle>(liveHandles_);
+  lock->release = [this] { record("unlock", false); };
+  return lock;
 }
 
 std::chrono::nanoseconds FakeDesktop::monotonicNow() {
@@ -173,14 +157,12 @@ void FakeDesktop::runPendingWork() {
 std::optional<std::string> FakeDesktop::stringForType(PasteboardType type) {
   const bool html = type == PasteboardType::kHTML;
   record(html ? "html" : type == PasteboardType::kString ? "string" : "string of RTF");
-  sleep(html ? htmlReadSeconds : 0);
   return html ? currentPasteboard().html
               : type == PasteboardType::kString ? currentPasteboard().string : std::nullopt;
 }
 
 std::optional<std::string> FakeDesktop::dataForType(PasteboardType type) {
   record(type == PasteboardType::kRTF ? "rtf" : "data of another type");
-  sleep(type == PasteboardType::kRTF ? rtfReadSeconds : 0);
   return type == PasteboardType::kRTF ? currentPasteboard().rtf : std::nullopt;
 }
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -18,6 +19,7 @@
 
 #include "platform/platform.h"
 #include "response/response.h"
+#include "text/url_uriparser.h"
 
 namespace tovrin {
 /// Prints a response as the JSON line it becomes, for failure messages.
@@ -68,13 +70,13 @@ class FakeDesktop : public Platform, public Pasteboard {
   /// nothing.
   std::optional<PasteboardContents> copyResult;
   double copyDelay = 0.0;
-  /// How long the pasteboard takes to answer a read of HTML or RTF.
-  double htmlReadSeconds = 0.0, rtfReadSeconds = 0.0;
   /// How long every other query of the desktop takes: trust checks, the
   /// frontmost application, accessibility queries, pasteboard operations,
   /// posting key events. Modifier reads, the lock and event sources take no
   /// time.
   double operationSeconds = 0.0;
+  /// How much longer some operations take, by name ("html": the read of HTML).
+  std::map<std::string, double> extraSeconds;
   /// The RTF converter; without one, no RTF converts.
   std::function<std::optional<std::string>(std::string_view)> rtfConverter;
 
@@ -128,7 +130,9 @@ class FakeDesktop : public Platform, public Pasteboard {
   std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
     return rtfConverter ? rtfConverter(rtf) : std::nullopt;
   }
-  std::optional<ParsedURL> parseURL(std::string_view text) override;
+  std::optional<ParsedURL> parseURL(std::string_view text) override {
+    return parseURLWithUriparser(text);
+  }
   void sleep(double seconds) override { currentClock() += std::max(seconds, 0.0); }
   std::chrono::nanoseconds monotonicNow() override;
   std::shared_ptr<Semaphore> createSemaphore() override;

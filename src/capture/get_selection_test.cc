@@ -54,9 +54,6 @@ TEST(GetSelectionTest, EachEndLogsItsLinesAndWritesOneAnswer) {
        {kLog + "Starting get-selection", kLog + "AXIsProcessTrusted: false"},
        ErrorResponse{"Accessibility permission required - please grant in "
                      "System Settings > Privacy & Security > Accessibility"}},
-      {"accessibility text", true, "com.apple.TextEdit", "Hello", std::nullopt,
-       lines("com.apple.TextEdit, finder=false", {kAccessibilityText}),
-       SuccessResponse{.text = "Hello", .method = "accessibility"}},
       // Only the exact Finder identifier skips accessibility.
       {"not quite Finder", true, "com.apple.Finder", "Hello", text,
        lines("com.apple.Finder, finder=false", {kAccessibilityText}),

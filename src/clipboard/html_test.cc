@@ -58,8 +58,7 @@ TEST(HtmlFromClipboardTest, TakesDirectHtmlElseConvertsTheRtf) {
   for (const auto& row : rows) {
     testing::FakeDesktop desktop;
     desktop.pasteboard = {.types = row.types, .html = row.html, .rtf = row.rtf};
-    desktop.htmlReadSeconds = row.htmlSeconds;
-    desktop.rtfReadSeconds = row.rtfSeconds;
+    desktop.extraSeconds = {{"html", row.htmlSeconds}, {"rtf", row.rtfSeconds}};
     desktop.rtfConverter = [](std::string_view rtf) -> std::optional<std::string> {
       if (rtf.empty()) return std::nullopt;
       return "<p>" + std::string(rtf) + "</p>";

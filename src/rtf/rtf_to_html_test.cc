@@ -52,7 +52,6 @@ TEST(RtfToHtmlTextTest, ConvertsTheContentOfOneParagraph) {
       // control word counts as one and skipping stops at a group boundary.
       {"\\u233?x", "éx"},
       {"\\u233  x", "éx"},
-      {"\\uc1\\u233\\'e9x", "éx"},
       {"\\uc0\\u233 x", "éx"},
       {"\\uc2\\u233\\'65\\'3fx", "éx"},
       {"\\uc2\\u233\\emdash ?x", "éx"},
@@ -60,7 +59,6 @@ TEST(RtfToHtmlTextTest, ConvertsTheContentOfOneParagraph) {
       {"{\\uc0 \\u233 x}\\u233 y", "éxé"},
       {"\\u-1279?", "\uFB01"},
       {"\\uc1\\u-10179?\\u-8704?!", "\U0001F600!"},
-      {"\\uc0\\u55357 \\u56832 ", "\U0001F600"},
       {"\\u55357?x", kBad + "x"},
       {"a\\u56832?b", "a" + kBad + "b"},
       {"\\u55357?\\u55357?\\u56832?", kBad + "\U0001F600"},
@@ -246,29 +244,9 @@ TEST(RtfToHtmlStyleTest, ParagraphAndSpanClasses) {
             "<p class=\"p3\">l3</p>\n");
 }
 
-// Whole documents, frame and all: a small one, and what TextEdit, Word and
-// LibreOffice put on the clipboard, each beside the HTML it converts to.
+// Whole documents, frame and all: what TextEdit, Word and LibreOffice put
+// on the clipboard, each beside the HTML it converts to.
 TEST(RtfToHtmlSampleTest, ConvertsWholeDocuments) {
-  EXPECT_EQ(
-      convertRtfToHtml(
-          "{\\rtf1\\ansi\\ansicpg1252{\\fonttbl\\f0\\fswiss\\fcharset0 Helvetica;}"
-          "{\\colortbl;\\red255\\green0\\blue0;}\\f0\\fs24 "
-          "Hello {\\b bold} {\\i it} {\\ul under}\\par\\par"
-          "{\\field{\\*\\fldinst{HYPERLINK \"https://example.com/\"}}{\\fldrslt link}}"
-          "\\line next line\\tab after {\\cf1 tab}}"),
-      "<!DOCTYPE html PUBLIC \"-//W3C//DTD HTML 4.01//EN\" "
-      "\"http://www.w3.org/TR/html4/strict.dtd\">\n<html>\n<head>\n"
-      "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=UTF-8\">\n"
-      "<meta http-equiv=\"Content-Style-Type\" content=\"text/css\">\n<title></title>\n"
-      "<style type=\"text/css\">\n" +
-          para("p1") + "font: 12.0px Helvetica}\n" + para("p2") +
-          "font: 12.0px Helvetica; min-height: 14.0px}\n"
-          "span.s1 {text-decoration: underline}\nspan.s2 {color: #ff0000}\n"
-          "span.Apple-tab-span {white-space:pre}\n</style>\n</head>\n<body>\n" +
-          kP + "Hello <b>bold</b> <i>it</i> <span class=\"s1\">under</span></p>\n"
-          "<p class=\"p2\"><br></p>\n" +
-          kP + "<a href=\"https://example.com/\">link</a><br>\nnext line" + kT +
-          "after <span class=\"s2\">tab</span></p>\n</body>\n</html>\n");
   for (const char* name : {"textedit", "word", "libreoffice"}) {
     EXPECT_EQ(convertRtfToHtml(readSample(std::string(name) + ".rtf")),
               readSample(std::string(name) + ".html"))
