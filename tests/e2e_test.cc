@@ -998,7 +998,30 @@ const Column kDesktops[] = {
      {},
      {"PermissionAnswers", "AFrozenDisplayServerDoesNotHoldTheHostUp"},
      "weston offers neither data-control nor virtual keyboards, as GNOME's "
-     "and KDE's compositors do not: tovrin can only say why it cannot copy"},
+     "compositor does not: tovrin can only say why it cannot copy"},
+    {DesktopKind::kKWin,
+     "KWin",
+     startKWinDesktop,
+     {{"EditorReadDirectly",
+       "PRIMARY is not read on Wayland: the direct read is AT-SPI's"},
+      {"WordProcessorCopiedWithHtml", "AbiWord is tried on X11 only"},
+      {"FilesCopied", "the file manager's copy is a key binding of sway's here"},
+      {"ClipboardManagerNotMistakenForACopy",
+       "Klipper needs a Plasma session around it"},
+      {"CopiesUnderACyrillicLayout",
+       "fake input types in KWin's layout, which is a setting of KWin's "
+       "session; the choice of key is the same as on sway"},
+      {"AccessibleGtk3Editor", kAtspiOnWayland},
+      {"AccessibleGtk4Editor", kAtspiOnWayland},
+      {"AccessibleQtEditor", kAtspiOnWayland},
+      {"AccessibleBrowserPage", kAtspiOnWayland},
+      {"AccessibleFrozenApplication", kAtspiOnWayland},
+      {"AccessibleActiveApplicationWithoutXDisplay",
+       "there is no X display to do without"},
+      {"AccessibilityPermissionCommands",
+       "the accessibility bus is found the same way on every desktop: tried "
+       "on X11"},
+      {"HostExamples", "the examples do not depend on the desktop: run on X11"}}},
 };
 
 std::optional<std::string> skipReason(const Column& column, const Row& row) {

@@ -10,6 +10,8 @@
 #include <mutex>
 
 #include "platform/wayland/libraries.h"
+#include "fake-input-client.h"
+#include "plasma-window-management-client.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 #include "wlr-data-control-unstable-v1-client.h"
 #include "wlr-foreign-toplevel-management-unstable-v1-client.h"
@@ -21,6 +23,9 @@ namespace {
 constexpr uint32_t kSeatVersion = 5;
 constexpr uint32_t kDataControlVersion = 2;
 constexpr uint32_t kToplevelsVersion = 3;
+// Fake input has keyboard_key from version 4 on.
+constexpr uint32_t kFakeInputVersion = 4;
+constexpr uint32_t kPlasmaWindowsVersion = 16;
 
 // libwayland writes its complaints (no XDG_RUNTIME_DIR, a protocol error)
 // to standard error on its own: they would not be lines of our log.
@@ -71,6 +76,13 @@ std::unique_ptr<WaylandConnection> WaylandConnection::open(
 
 WaylandConnection::~WaylandConnection() {
   if (toplevels_ != nullptr) zwlr_foreign_toplevel_manager_v1_destroy(toplevels_);
+  // Neither has a destructor request in the versions KWin 5.27 offers.
+  if (fakeInput_ != nullptr) {
+    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(fakeInput_));
+  }
+  if (plasmaWindows_ != nullptr) {
+    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(plasmaWindows_));
+  }
   if (dataControl_ != nullptr) zwlr_data_control_manager_v1_destroy(dataControl_);
   if (virtualKeyboard_ != nullptr) {
     zwp_virtual_keyboard_manager_v1_destroy(virtualKeyboard_);
@@ -97,10 +109,22 @@ void WaylandConnection::onGlobal(void* data, wl_registry* registry,
         },
         [](void*, wl_seat*, const char*) {}};
     wl_seat_add_listener(self->seat_, &kSeatListener, self);
-  } else if (std::strcmp(interface,
-                         zwlr_data_control_manager_v1_interface.name) == 0) {
+  } else if (self->dataControlChoice_.offered(interface)) {
+    // Both are spoken through the wlr glue (see data_control.h).
+    if (self->dataControl_ != nullptr) {
+      zwlr_data_control_manager_v1_destroy(self->dataControl_);
+    }
     self->dataControl_ = static_cast<zwlr_data_control_manager_v1*>(
-        bind(&zwlr_data_control_manager_v1_interface, kDataControlVersion));
+        bind(self->dataControlChoice_.chosen(), kDataControlVersion));
+  } else if (std::strcmp(interface, org_kde_kwin_fake_input_interface.name) ==
+                 0 &&
+             version >= kFakeInputVersion) {
+    self->fakeInputName_ = name;
+  } else if (std::strcmp(interface,
+                         org_kde_plasma_window_management_interface.name) ==
+             0) {
+    self->plasmaWindowsName_ = name;
+    self->plasmaWindowsVersion_ = std::min(version, kPlasmaWindowsVersion);
   } else if (std::strcmp(interface,
                          zwp_virtual_keyboard_manager_v1_interface.name) == 0) {
     self->virtualKeyboard_ = static_cast<zwp_virtual_keyboard_manager_v1*>(
@@ -121,6 +145,25 @@ zwlr_foreign_toplevel_manager_v1* WaylandConnection::toplevels() {
                          toplevelsVersion_));
   }
   return toplevels_;
+}
+
+org_kde_kwin_fake_input* WaylandConnection::fakeInput() {
+  if (fakeInput_ == nullptr && fakeInputName_ != 0) {
+    fakeInput_ = static_cast<org_kde_kwin_fake_input*>(
+        wl_registry_bind(registry_, fakeInputName_,
+                         &org_kde_kwin_fake_input_interface, kFakeInputVersion));
+  }
+  return fakeInput_;
+}
+
+org_kde_plasma_window_management* WaylandConnection::plasmaWindows() {
+  if (plasmaWindows_ == nullptr && plasmaWindowsName_ != 0) {
+    plasmaWindows_ = static_cast<org_kde_plasma_window_management*>(
+        wl_registry_bind(registry_, plasmaWindowsName_,
+                         &org_kde_plasma_window_management_interface,
+                         plasmaWindowsVersion_));
+  }
+  return plasmaWindows_;
 }
 
 bool WaylandConnection::broken() const {

@@ -1,7 +1,7 @@
-// The Wayland backend, for wlroots compositors: AT-SPI for the direct read,
-// a virtual keyboard for the copy shortcut, the data-control clipboard for
-// the pasteboard, and the compositor's list of windows for the frontmost
-// application. Wayland does not tell which client owns PRIMARY, so PRIMARY
+// The Wayland backend, for wlroots compositors and KWin: AT-SPI for the
+// direct read, a virtual keyboard (KWin: fake input) for the copy shortcut,
+// the data-control clipboard for the pasteboard, and the compositor's list
+// of windows for the frontmost application. Wayland does not tell which client owns PRIMARY, so PRIMARY
 // never stands for the focused application's selection here.
 
 #include "platform/wayland/platform.h"
@@ -15,6 +15,7 @@
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/keyboard.h"
+#include "platform/wayland/kwin_windows.h"
 #include "platform/wayland/pasteboard.h"
 #include "platform/wayland/toplevels.h"
 #include "rtf/rtf_to_html.h"
@@ -147,10 +148,13 @@ class WaylandPlatform : public SystemPlatform {
   std::optional<std::string> frontmostApplicationBundleIdentifier() override {
     if (!frontmostAsked_) {
       frontmostAsked_ = true;
-      frontmost_ = activatedToplevel(
-                       *connection_,
-                       std::chrono::steady_clock::now() + kWaylandReplyTimeout)
-                       .appId;
+      const auto deadline =
+          std::chrono::steady_clock::now() + kWaylandReplyTimeout;
+      ActivatedToplevel active = activatedToplevel(*connection_, deadline);
+      if (!active.listed) {
+        active = activatedPlasmaWindow(*connection_, deadline);
+      }
+      frontmost_ = active.appId;
     }
     return frontmost_;
   }
@@ -227,24 +231,26 @@ class WaylandPlatform : public SystemPlatform {
         KeystrokePreparation::start(socket_, copyShortcutFor({appId}));
   }
 
+  bool keysOffered() const {
+    return connection_->virtualKeyboard() != nullptr ||
+           connection_->fakeInputOffered();
+  }
+
   bool copyProtocolsOffered() {
-    if (connection_->dataControl() != nullptr &&
-        connection_->virtualKeyboard() != nullptr) {
-      return true;
-    }
+    if (connection_->dataControl() != nullptr && keysOffered()) return true;
     logMissingProtocols();
     return false;
   }
 
-  /// Says once which protocol keeps the copy from working: GNOME and KDE
-  /// offer neither.
+  /// Says once which protocol keeps the copy from working: GNOME offers
+  /// neither, KWin no virtual keyboard, and its fake input only to the
+  /// programs it authorizes.
   void logMissingProtocols() {
     if (missingLogged_) return;
     missingLogged_ = true;
     for (const auto& [offered, name] :
          {std::pair{connection_->dataControl() != nullptr, kDataControl},
-          std::pair{connection_->virtualKeyboard() != nullptr,
-                    kVirtualKeyboard}}) {
+          std::pair{keysOffered(), kVirtualKeyboard}}) {
       if (offered) continue;
       log(std::string("[tovrin] Wayland: the compositor does not offer ") +
           name + "; only AT-SPI can read the selection");
