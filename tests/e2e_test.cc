@@ -141,13 +141,21 @@ class Run {
     FAIL() << "PRIMARY never held the selection";
   }
 
+  /// gnome-text-editor's app id. It has its desktop file's name once it
+  /// reaches a session bus, and KWin names windows by their desktop files.
+  std::string textEditorId() const {
+    return kind_ == DesktopKind::kKWin && sessionBus_ != kNoBus
+               ? "org.gnome.TextEditor"
+               : "gnome-text-editor";
+  }
+
   /// Starts the desktop's editor on kEditorText, all of it selected; its pid.
   pid_t startEditorWithSelection(bool accessible = false) {
     const std::string file = writeFile("note.txt", kEditorText);
     const auto pid =
         x11() ? start({"mousepad", file}, "mousepad", accessible)
               : start({"gnome-text-editor", "--standalone", file},
-                      "gnome-text-editor", accessible);
+                      textEditorId(), accessible);
     EXPECT_TRUE(pid);
     if (pid) selectUntilPrimaryHolds(kEditorText);
     return pid.value_or(-1);
@@ -256,7 +264,9 @@ class Run {
     // Hosts started from a session have one; tovrin needs it only to
     // switch toolkit accessibility on.
     environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent";
-    environment["AT_SPI_BUS_ADDRESS"] = "";
+    // Without an X root window to publish it, the bus is named as a
+    // session names it to its programs.
+    environment["AT_SPI_BUS_ADDRESS"] = x11() ? "" : accessibilityBus_;
     return environment;
   }
 
@@ -295,6 +305,19 @@ class Run {
       return false;
     }
     const auto deadline = Clock::now() + 10s;
+    while (!x11() && Clock::now() < deadline) {
+      std::ifstream(addressFile) >> sessionBus_;
+      const auto reply = desktop_->run(
+          {"dbus-send", "--bus=" + sessionBus_, "--print-reply=literal",
+           "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
+          5s);
+      if (reply && reply->exit.code == 0) {
+        accessibilityBus_ = reply->output.substr(reply->output.find("unix:"));
+        accessibilityBus_.erase(accessibilityBus_.find_last_not_of(" \n") + 1);
+        return true;
+      }
+      std::this_thread::sleep_for(50ms);
+    }
     while (Clock::now() < deadline) {
       const auto property = desktop_->run({"xprop", "-root", "AT_SPI_BUS"}, 5s);
       const size_t start =
@@ -318,7 +341,8 @@ class Run {
   std::filesystem::path directory_;
   /// The session bus of the applications. None by default: each test's
   /// editor runs alone instead of handing its file to another's.
-  std::string sessionBus_ = "unix:path=/nonexistent";
+  static constexpr char kNoBus[] = "unix:path=/nonexistent";
+  std::string sessionBus_ = kNoBus;
   std::string accessibilityBus_;
 };
 
@@ -744,6 +768,7 @@ void accessibleGtk3Editor(Run& run) {
   expectEditorReadOverAtspi(run, {"mousepad"}, "mousepad", "mousepad (gtk)");
   // The editor drops its selection when another program takes PRIMARY, and
   // says so over AT-SPI as well.
+  if (!run.x11()) return;
   run.takePrimaryAway();
   const Answer result = run.getSelection();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
@@ -754,7 +779,7 @@ void accessibleGtk3Editor(Run& run) {
 
 void accessibleGtk4Editor(Run& run) {
   expectEditorReadOverAtspi(run, {"gnome-text-editor", "--standalone"},
-                            "gnome-text-editor", "gnome-text-editor (GTK)");
+                            run.textEditorId(), "gnome-text-editor (GTK)");
 }
 
 // Qt does not put a selection made with the keyboard in PRIMARY.
@@ -796,8 +821,11 @@ void accessibleFrozenApplication(Run& run) {
   ASSERT_TRUE(run.desktop().signal(editor, SIGSTOP));
   const Answer result = run.getSelection();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
+  // Without the focused window's process (Wayland), applications that do
+  // not answer are passed over, and none is left.
   EXPECT_TRUE(result.logged(
-      "] [tovrin] Accessibility: Could not get selected text (error: -25204)\n"))
+      std::string("] [tovrin] Accessibility: Could not get selected text (error: ") +
+      (run.x11() ? "-25204" : "-25211") + ")\n"))
       << result.run.standardError;
   // Half a second is its budget, with room for a busy machine; a call
   // without a deadline waits 25 s.
@@ -952,6 +980,9 @@ const char kAtspiOnWayland[] =
     "the AT-SPI read is not reliable under a Wayland compositor yet: GTK marks "
     "no window active there";
 
+const char kFootOnKWin[] =
+    "foot 1.13 ends with SIGFPE as it starts on KWin's virtual output";
+
 /// A desktop's column: the rows it cannot run, and why; or the only rows
 /// it runs, and why no other.
 struct Column {
@@ -1006,16 +1037,13 @@ const Column kDesktops[] = {
        "PRIMARY is not read on Wayland: the direct read is AT-SPI's"},
       {"WordProcessorCopiedWithHtml", "AbiWord is tried on X11 only"},
       {"FilesCopied", "the file manager's copy is a key binding of sway's here"},
+      {"TerminalProgramNotInterrupted", kFootOnKWin},
+      {"AWindowNameCannotForgeALogLine", kFootOnKWin},
       {"ClipboardManagerNotMistakenForACopy",
        "Klipper needs a Plasma session around it"},
       {"CopiesUnderACyrillicLayout",
        "fake input types in KWin's layout, which is a setting of KWin's "
        "session; the choice of key is the same as on sway"},
-      {"AccessibleGtk3Editor", kAtspiOnWayland},
-      {"AccessibleGtk4Editor", kAtspiOnWayland},
-      {"AccessibleQtEditor", kAtspiOnWayland},
-      {"AccessibleBrowserPage", kAtspiOnWayland},
-      {"AccessibleFrozenApplication", kAtspiOnWayland},
       {"AccessibleActiveApplicationWithoutXDisplay",
        "there is no X display to do without"},
       {"AccessibilityPermissionCommands",

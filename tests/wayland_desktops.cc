@@ -334,7 +334,13 @@ class KWinDesktop : public WaylandDesktop {
 
  private:
   bool focused(const std::string& id) override {
-    return askKeyboard("active") == id;
+    std::string escaped;
+    for (const unsigned char c : id) {
+      char escape[5];
+      std::snprintf(escape, sizeof escape, "\\x%02x", c);
+      escaped += c < 0x20 ? std::string(escape) : std::string(1, c);
+    }
+    return askKeyboard("active") == escaped;
   }
 
   std::string folder_;

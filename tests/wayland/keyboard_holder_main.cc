@@ -13,7 +13,8 @@
 // On standard input, one command a line:
 //   ctrl+a, ctrl+shift+Left, shift+End, Return   presses those keys
 //   layout ru                                    gives the keyboard that layout
-//   active            (KWin) answers the active window's app id, or "none"
+//   active            (KWin) answers the active window's app id, or "none",
+//                     bytes below 0x20 as \xNN
 // Keys are keysym names, looked up in the keymap; a keysym the layout does
 // not have (a Latin letter under "ru") is the key at its US position, as a
 // person would press it. Each command is answered on standard output, once
@@ -92,7 +93,14 @@ std::string activeWindow(wl_display* display, Globals& globals) {
   wl_display_roundtrip(display);
   std::string active = "none";
   for (size_t i = 0; i < windows.size(); ++i) {
-    if (windows[i]->active) active = windows[i]->appId;
+    if (windows[i]->active) {
+      active.clear();
+      for (const unsigned char c : windows[i]->appId) {
+        char escape[5];
+        std::snprintf(escape, sizeof escape, "\\x%02x", c);
+        active += c < 0x20 ? std::string(escape) : std::string(1, c);
+      }
+    }
     org_kde_plasma_window_destroy(handles[i]);
   }
   return active;
