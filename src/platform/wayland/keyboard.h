@@ -76,6 +76,13 @@ class WaylandCopyKeystroke {
   /// has none); null when there is no synthetic keyboard.
   static std::unique_ptr<WaylandCopyKeystroke> prepare(
       WaylandConnection& connection, CopyShortcut shortcut);
+  /// The keystroke for `shortcut` with `keys`, pressed on `keyboard`.
+  static std::unique_ptr<WaylandCopyKeystroke> create(
+      std::unique_ptr<SyntheticKeyboard> keyboard, CopyKeys keys,
+      CopyShortcut shortcut) {
+    return std::unique_ptr<WaylandCopyKeystroke>(new WaylandCopyKeystroke(
+        std::move(keyboard), std::move(keys), shortcut));
+  }
   /// Releases what is still pressed.
   ~WaylandCopyKeystroke();
   WaylandCopyKeystroke(const WaylandCopyKeystroke&) = delete;

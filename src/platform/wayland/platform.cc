@@ -15,6 +15,7 @@
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/keyboard.h"
+#include "platform/wayland/kwin_fake_input.h"
 #include "platform/wayland/kwin_windows.h"
 #include "platform/wayland/pasteboard.h"
 #include "platform/wayland/toplevels.h"
@@ -83,6 +84,43 @@ class WaylandKeyboardEvent : public KeyboardEvent {
   WaylandPasteboard& pasteboard_;
   bool keyDown_;
   uint64_t flags_ = 0;
+};
+
+/// A keyboard on the pasteboard's connection: each exchange waits until
+/// no clipboard read uses the connection.
+class PasteboardKeyboard : public SyntheticKeyboard {
+ public:
+  PasteboardKeyboard(WaylandPasteboard& pasteboard,
+                     std::unique_ptr<SyntheticKeyboard> keyboard)
+      : pasteboard_(pasteboard), keyboard_(std::move(keyboard)) {}
+  ~PasteboardKeyboard() override {
+    pasteboard_.withConnection([this](WaylandConnection&) { keyboard_.reset(); });
+  }
+
+  void key(uint32_t key, bool down) override {
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { keyboard_->key(key, down); });
+  }
+  void modifiers(uint32_t depressed, uint32_t layout) override {
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { keyboard_->modifiers(depressed, layout); });
+  }
+  bool send() override {
+    bool sent = false;
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { sent = keyboard_->send(); });
+    return sent;
+  }
+  bool sync() override {
+    bool synced = false;
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { synced = keyboard_->sync(); });
+    return synced;
+  }
+
+ private:
+  WaylandPasteboard& pasteboard_;
+  std::unique_ptr<SyntheticKeyboard> keyboard_;
 };
 
 class WaylandPlatform : public SystemPlatform {
@@ -174,8 +212,8 @@ class WaylandPlatform : public SystemPlatform {
     // Without the clipboard, a copy would only overwrite the user's text.
     generalPasteboard();
     if (waylandPasteboard_ == nullptr) return nullptr;
-    if (!keystroke_) {
-      startKeystrokePreparation();
+    if (!keystroke_) startKeystrokePreparation();
+    if (!keystroke_ && preparation_) {
       keystroke_ = preparation_->take(std::chrono::steady_clock::now() +
                                       kKeystrokeWait);
       if (!keystroke_) {
@@ -190,8 +228,12 @@ class WaylandPlatform : public SystemPlatform {
 
   std::shared_ptr<Pasteboard> generalPasteboard() override {
     if (!pasteboard_) {
+      // The pasteboard takes this connection over rather than open one
+      // (see createWaylandPasteboard); the frontmost application, the one
+      // exchange of ours on it, is known before.
+      frontmostApplicationBundleIdentifier();
       std::shared_ptr<WaylandPasteboard> pasteboard =
-          createWaylandPasteboard(socket_);
+          createWaylandPasteboard(socket_, connection_);
       waylandPasteboard_ = pasteboard.get();
       pasteboard_ = std::move(pasteboard);
       if (!pasteboard_) {
@@ -224,11 +266,36 @@ class WaylandPlatform : public SystemPlatform {
 
  private:
   void startKeystrokePreparation() {
-    if (preparation_) return;
+    if (preparation_ || keystroke_) return;
     const std::string appId =
         frontmostApplicationBundleIdentifier().value_or("");
+    if (connection_->virtualKeyboard() == nullptr &&
+        connection_->fakeInputOffered()) {
+      keystroke_ = fakeInputKeystroke(copyShortcutFor({appId}));
+      return;
+    }
     preparation_ =
         KeystrokePreparation::start(socket_, copyShortcutFor({appId}));
+  }
+
+  /// KWin checks every new connection of a program it authorizes for
+  /// about 17 ms before it answers anything else, and fake input needs no
+  /// keymap of its own: the keys go over the pasteboard's connection,
+  /// which KWin has checked already.
+  std::unique_ptr<ReadyKeystroke> fakeInputKeystroke(CopyShortcut shortcut) {
+    auto ready = std::make_unique<ReadyKeystroke>();
+    waylandPasteboard_->withConnection([&](WaylandConnection& connection) {
+      std::optional<CopyKeys> keys = seatCopyKeys(connection);
+      std::unique_ptr<SyntheticKeyboard> keyboard =
+          createFakeInputKeyboard(connection);
+      if (!keys || !keyboard) return;
+      ready->keystroke = WaylandCopyKeystroke::create(
+          std::make_unique<PasteboardKeyboard>(*waylandPasteboard_,
+                                               std::move(keyboard)),
+          std::move(*keys), shortcut);
+    });
+    if (!ready->keystroke) return nullptr;
+    return ready;
   }
 
   bool keysOffered() const {
@@ -266,7 +333,9 @@ class WaylandPlatform : public SystemPlatform {
     return name + ".lock";
   }
 
-  std::unique_ptr<WaylandConnection> connection_;
+  /// Shared with the pasteboard, which alone makes exchanges on it once
+  /// it exists.
+  std::shared_ptr<WaylandConnection> connection_;
   const std::string socket_;
   AccessibilitySession accessibility_;
   bool frontmostAsked_ = false;
