@@ -377,6 +377,27 @@ void permissionAnswers(Run& run) {
     EXPECT_EQ(lines[1], why + "zwlr_data_control_manager_v1" + only);
     EXPECT_FALSE(get.logged("CGEvent: Sent"));
   }
+  if (run.kind() == DesktopKind::kKWin) {
+    // A tovrin that no installed .desktop file names gets neither fake
+    // input nor the window list, and says what it needs.
+    const auto unlisted = run.directory() / "tovrin";
+    std::filesystem::copy_file(TOVRIN_BINARY, unlisted);
+    Answer check;
+    check.run = runProcess(unlisted, {"tovrin", "check-accessibility"},
+                           run.tovrinEnvironment(), 20s);
+    EXPECT_EQ(check.run.standardOutput,
+              "{\"success\":true,\"granted\":false}\n");
+    EXPECT_EQ(check.messages(),
+              (std::vector<std::string>{
+                  "[tovrin] Wayland: the compositor does not offer "
+                  "zwp_virtual_keyboard_manager_v1; only AT-SPI can read the "
+                  "selection",
+                  "[tovrin] Wayland: KWin offers org_kde_kwin_fake_input only "
+                  "to programs named by an installed .desktop file that lists "
+                  "it in X-KDE-Wayland-Interfaces; tovrin's package installs "
+                  "one",
+                  "[tovrin] check-accessibility: false"}));
+  }
   if (!run.x11()) {
     // A WAYLAND_DISPLAY that names no compositor leaves X11, and here no
     // X display either.

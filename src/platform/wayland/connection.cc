@@ -116,6 +116,8 @@ void WaylandConnection::onGlobal(void* data, wl_registry* registry,
     }
     self->dataControl_ = static_cast<zwlr_data_control_manager_v1*>(
         bind(self->dataControlChoice_.chosen(), kDataControlVersion));
+  } else if (std::strcmp(interface, "org_kde_plasma_shell") == 0) {
+    self->kwin_ = true;
   } else if (std::strcmp(interface, org_kde_kwin_fake_input_interface.name) ==
                  0 &&
              version >= kFakeInputVersion) {

@@ -68,6 +68,9 @@ class WaylandConnection {
   /// .desktop files authorize; bound on first use, null when not offered.
   org_kde_kwin_fake_input* fakeInput();
   bool fakeInputOffered() const { return fakeInputName_ != 0; }
+  /// Whether the compositor is KWin (it offers its Plasma shell interface
+  /// to every client).
+  bool kwin() const { return kwin_; }
   /// KWin's window list, authorized the same way; bound on first use.
   org_kde_plasma_window_management* plasmaWindows();
 
@@ -104,6 +107,7 @@ class WaylandConnection {
   org_kde_kwin_fake_input* fakeInput_ = nullptr;
   org_kde_plasma_window_management* plasmaWindows_ = nullptr;
   uint32_t fakeInputName_ = 0;
+  bool kwin_ = false;
   uint32_t plasmaWindowsName_ = 0;
   uint32_t plasmaWindowsVersion_ = 0;
   uint32_t seatCapabilities_ = 0;

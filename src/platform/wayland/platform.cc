@@ -322,6 +322,11 @@ class WaylandPlatform : public SystemPlatform {
       log(std::string("[tovrin] Wayland: the compositor does not offer ") +
           name + "; only AT-SPI can read the selection");
     }
+    if (connection_->kwin() && !keysOffered()) {
+      log("[tovrin] Wayland: KWin offers org_kde_kwin_fake_input only to "
+          "programs named by an installed .desktop file that lists it in "
+          "X-KDE-Wayland-Interfaces; tovrin's package installs one");
+    }
   }
 
   // Copy runs on different compositors use different clipboards.
