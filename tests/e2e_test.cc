@@ -1000,6 +1000,12 @@ const char kAtspiOnWayland[] =
     "the AT-SPI read is not reliable under a Wayland compositor yet: GTK marks "
     "no window active there";
 
+const char kNoXDisplay[] = "there is no X display to do without";
+const char kBusFoundAlike[] =
+    "the accessibility bus is found the same way on every desktop: tried on "
+    "X11";
+const char kExamplesOnX11[] =
+    "the examples do not depend on the desktop: run on X11";
 const char kFootOnKWin[] =
     "foot 1.13 ends with SIGFPE as it starts on KWin's virtual output";
 
@@ -1037,12 +1043,9 @@ const Column kDesktops[] = {
       {"AccessibleQtEditor", kAtspiOnWayland},
       {"AccessibleBrowserPage", kAtspiOnWayland},
       {"AccessibleFrozenApplication", kAtspiOnWayland},
-      {"AccessibleActiveApplicationWithoutXDisplay",
-       "there is no X display to do without"},
-      {"AccessibilityPermissionCommands",
-       "the accessibility bus is found the same way on every desktop: tried "
-       "on X11"},
-      {"HostExamples", "the examples do not depend on the desktop: run on X11"}}},
+      {"AccessibleActiveApplicationWithoutXDisplay", kNoXDisplay},
+      {"AccessibilityPermissionCommands", kBusFoundAlike},
+      {"HostExamples", kExamplesOnX11}}},
     {DesktopKind::kWeston,
      "Weston",
      startWestonDesktop,
@@ -1066,12 +1069,9 @@ const Column kDesktops[] = {
       {"CopiesUnderACyrillicLayout",
        "fake input types in KWin's layout, which is a setting of KWin's "
        "session; the choice of key is the same as on sway"},
-      {"AccessibleActiveApplicationWithoutXDisplay",
-       "there is no X display to do without"},
-      {"AccessibilityPermissionCommands",
-       "the accessibility bus is found the same way on every desktop: tried "
-       "on X11"},
-      {"HostExamples", "the examples do not depend on the desktop: run on X11"}}},
+      {"AccessibleActiveApplicationWithoutXDisplay", kNoXDisplay},
+      {"AccessibilityPermissionCommands", kBusFoundAlike},
+      {"HostExamples", kExamplesOnX11}}},
 };
 
 std::optional<std::string> skipReason(const Column& column, const Row& row) {

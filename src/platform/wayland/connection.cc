@@ -31,6 +31,18 @@ constexpr uint32_t kPlasmaWindowsVersion = 16;
 // to standard error on its own: they would not be lines of our log.
 void silence(const char*, va_list) {}
 
+/// `proxy`, bound to the global `name` first if need be; null when the
+/// compositor does not offer it.
+template <typename Proxy>
+Proxy* bindOnce(wl_registry* registry, Proxy*& proxy, uint32_t name,
+                const wl_interface& interface, uint32_t version) {
+  if (proxy == nullptr && name != 0) {
+    proxy = static_cast<Proxy*>(
+        wl_registry_bind(registry, name, &interface, version));
+  }
+  return proxy;
+}
+
 int pollTimeout(WaylandConnection::Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(
       deadline - WaylandConnection::Clock::now());
@@ -140,32 +152,19 @@ void WaylandConnection::onGlobal(void* data, wl_registry* registry,
 }
 
 zwlr_foreign_toplevel_manager_v1* WaylandConnection::toplevels() {
-  if (toplevels_ == nullptr && toplevelsName_ != 0) {
-    toplevels_ = static_cast<zwlr_foreign_toplevel_manager_v1*>(
-        wl_registry_bind(registry_, toplevelsName_,
-                         &zwlr_foreign_toplevel_manager_v1_interface,
-                         toplevelsVersion_));
-  }
-  return toplevels_;
+  return bindOnce(registry_, toplevels_, toplevelsName_,
+                  zwlr_foreign_toplevel_manager_v1_interface, toplevelsVersion_);
 }
 
 org_kde_kwin_fake_input* WaylandConnection::fakeInput() {
-  if (fakeInput_ == nullptr && fakeInputName_ != 0) {
-    fakeInput_ = static_cast<org_kde_kwin_fake_input*>(
-        wl_registry_bind(registry_, fakeInputName_,
-                         &org_kde_kwin_fake_input_interface, kFakeInputVersion));
-  }
-  return fakeInput_;
+  return bindOnce(registry_, fakeInput_, fakeInputName_,
+                  org_kde_kwin_fake_input_interface, kFakeInputVersion);
 }
 
 org_kde_plasma_window_management* WaylandConnection::plasmaWindows() {
-  if (plasmaWindows_ == nullptr && plasmaWindowsName_ != 0) {
-    plasmaWindows_ = static_cast<org_kde_plasma_window_management*>(
-        wl_registry_bind(registry_, plasmaWindowsName_,
-                         &org_kde_plasma_window_management_interface,
-                         plasmaWindowsVersion_));
-  }
-  return plasmaWindows_;
+  return bindOnce(registry_, plasmaWindows_, plasmaWindowsName_,
+                  org_kde_plasma_window_management_interface,
+                  plasmaWindowsVersion_);
 }
 
 bool WaylandConnection::broken() const {

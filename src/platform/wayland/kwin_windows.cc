@@ -13,9 +13,6 @@
 namespace tovrin {
 namespace {
 
-// The names of other programs' windows come from those programs.
-constexpr size_t kMaxAppIdLength = 1024;
-constexpr size_t kMaxWindows = 4096;
 constexpr size_t kMaxUuidLength = 256;
 // get_window_by_uuid and window_with_uuid came with these versions.
 constexpr uint32_t kUuidVersion = 13;
@@ -69,7 +66,7 @@ constexpr org_kde_plasma_window_listener kWindowListener = {
 void onWindowWithUuid(void* data, org_kde_plasma_window_management*, uint32_t,
                       const char* uuid) {
   auto* listing = static_cast<Listing*>(data);
-  if (listing == nullptr || listing->uuids.size() >= kMaxWindows) return;
+  if (listing == nullptr || listing->uuids.size() >= kMaxToplevels) return;
   listing->uuids.emplace_back(uuid, strnlen(uuid, kMaxUuidLength));
 }
 
