@@ -471,6 +471,17 @@ void gtk3EditorCopied(Run& run) {
   expectCopy(run, "mousepad", kEditorText);
 }
 
+// Qt puts no selection made with the keyboard in PRIMARY: the copy is the
+// only way to its text without accessibility.
+void qtEditorCopied(Run& run) {
+  ASSERT_TRUE(run.start({"featherpad", run.writeFile("note.txt", kEditorText)},
+                        "featherpad"));
+  ASSERT_TRUE(run.desktop().pressKeys("ctrl+a"));
+  // Nothing outside tells when the selection is made.
+  std::this_thread::sleep_for(300ms);
+  expectCopy(run, run.x11() ? "FeatherPad" : "featherpad", kEditorText);
+}
+
 void wordProcessorCopiedWithHtml(Run& run) {
   ASSERT_TRUE(run.start({"abiword", run.writeFile("doc.txt", "Rich words here")},
                         "abiword"));
@@ -965,6 +976,7 @@ const Row kRows[] = {
     {"EditorReadDirectly", editorReadDirectly, {"mousepad"}},
     {"EditorCopied", editorCopied, {"gnome-text-editor"}},
     {"Gtk3EditorCopied", gtk3EditorCopied, {"mousepad"}},
+    {"QtEditorCopied", qtEditorCopied, {"featherpad"}},
     {"WordProcessorCopiedWithHtml", wordProcessorCopiedWithHtml, {"abiword"}},
     {"BrowserCopiedWithHtml", browserCopiedWithHtml, {"chromium"}},
     {"FilesCopied", filesCopied, {"pcmanfm"}},
