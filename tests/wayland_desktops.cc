@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -286,16 +288,25 @@ class KWinDesktop : public WaylandDesktop {
       *error = "kwin_wayland is not installed";
       return false;
     }
-    std::filesystem::create_directories(folder_ + "/share/applications");
-    for (const char* program : {TOVRIN_BINARY, TOVRIN_KEYBOARD_HOLDER}) {
-      const std::string path = std::filesystem::canonical(program);
-      std::ofstream(folder_ + "/share/applications/" +
-                    std::filesystem::path(path).filename().string() +
-                    ".desktop")
-          << "[Desktop Entry]\nType=Application\nName=test\nNoDisplay=true\n"
-          << "Exec=" << path << "\nX-KDE-Wayland-Interfaces="
-          << "org_kde_kwin_fake_input,org_kde_plasma_window_management\n";
+    // tovrin is authorized by the file its package installs, naming the
+    // binary under test; the keyboard holder by one of its own.
+    const std::string applications = folder_ + "/share/applications/";
+    std::filesystem::create_directories(applications);
+    std::ifstream installed(std::string(TOVRIN_SOURCE_DIR) +
+                            "/data/tovrin.desktop.in");
+    std::string entry((std::istreambuf_iterator<char>(installed)),
+                      std::istreambuf_iterator<char>());
+    const std::string placeholder = "@TOVRIN_INSTALLED_BINARY@";
+    if (const size_t at = entry.find(placeholder); at != std::string::npos) {
+      entry.replace(at, placeholder.size(),
+                    std::filesystem::canonical(TOVRIN_BINARY).string());
     }
+    std::ofstream(applications + "tovrin.desktop") << entry;
+    std::ofstream(applications + "keyboard_holder.desktop")
+        << "[Desktop Entry]\nType=Application\nName=keyboard_holder\n"
+        << "Exec=" << std::filesystem::canonical(TOVRIN_KEYBOARD_HOLDER).string()
+        << "\nX-KDE-Wayland-Interfaces="
+        << "org_kde_kwin_fake_input,org_kde_plasma_window_management\n";
     socket_ = "tovrin-kwin";
     const bool started = startCompositor(
         {"dbus-run-session", "--", folder_ + "/kwin_wayland", "--virtual",
