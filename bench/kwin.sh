@@ -86,8 +86,8 @@ printf 'saved text' | timeout 5 wl-copy
 "$time_commands" "$runs" "/bin/true" "$dir/tovrin get-selection" |
   awk '{ print }
        /get-selection/ { printf "  above the 250 ms of pauses: %.1f ms\n", $(NF-4) - 250 }'
-echo "== the frontmost application alone (a run without a selection to copy"
-echo "   reads it first: the time to its log line)"
+echo "== the frontmost application: from the run's first log line to the line"
+echo "   that names it (KWin's window list; the log counts whole milliseconds)"
 for _ in $(seq 20); do
   "$dir/tovrin" get-selection 2>&1 >/dev/null |
     awk -F'[ :]' '/Starting get-selection/ { s = $4 } /Frontmost app/ { print ($4 - s) * 1000 }'
