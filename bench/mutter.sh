@@ -19,13 +19,8 @@ case "${TOVRIN_BENCH_INNER:-}" in
   cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
   cmake --build build/bench --target tovrin time_commands >/dev/null
-  run=(env TOVRIN_BENCH_INNER=1 PATH="$PATH" LANG=C.UTF-8)
-  if [ "$(id -u)" -eq 0 ]; then
-    source scripts/test_user.sh
-    ensure_test_user
-    run=(runuser -u "$TOVRIN_TEST_USER" -- "${run[@]}")
-  fi
-  exec "${run[@]}" bash "$0" "$runs"
+  TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
+    bash "$PWD/bench/mutter.sh" "$runs"
   ;;
 1)
   dir=$(mktemp -d /tmp/tovrin-mutter.XXXXXX)

@@ -31,7 +31,7 @@ for field in "Package: tovrin" "Version: $version" "Depends: libc6" \
 done
 contents=$(dpkg-deb -c "$deb" | awk '{print $6}')
 for file in ./usr/bin/tovrin ./usr/share/man/man1/tovrin.1 \
-    ./usr/share/doc/tovrin/copyright; do
+    ./usr/share/doc/tovrin/copyright ./usr/share/applications/tovrin.desktop; do
   grep -qx "$file" <<<"$contents" || fail "$file is not in the package"
 done
 
@@ -43,9 +43,14 @@ answer=$(env -i PATH=/usr/bin:/bin "$scratch/root/usr/bin/tovrin" \
   check-accessibility 2>/dev/null)
 [ "$answer" = '{"success":true,"granted":false}' ] ||
   fail "the packaged tovrin answered: $answer"
+# KWin lets a program use its fake input and window list when an installed
+# .desktop file names it by absolute path and lists those interfaces.
+grep -qx 'Exec=/usr/bin/tovrin' "$scratch/root/usr/share/applications/tovrin.desktop" ||
+  fail "the .desktop file does not name /usr/bin/tovrin"
 
 cmake --install "$build" --prefix "$scratch/prefix" >/dev/null
-for file in bin/tovrin share/man/man1/tovrin.1 share/doc/tovrin/copyright; do
+for file in bin/tovrin share/man/man1/tovrin.1 share/doc/tovrin/copyright \
+    share/applications/tovrin.desktop; do
   [ -f "$scratch/prefix/$file" ] || fail "cmake --install left out $file"
 done
 echo "package test: $(basename "$deb") and cmake --install are complete"

@@ -6,7 +6,7 @@ TOVRIN_BUILD_PACKAGES=(
   build-essential cmake ninja-build pkg-config
   libutf8proc-dev liburiparser-dev libbsd-dev
   libx11-dev libx11-xcb-dev libxcb1-dev libxcb-res0-dev libxtst-dev libxext-dev
-  libsystemd-dev libwayland-dev libxkbcommon-dev
+  libsystemd-dev libwayland-dev libxkbcommon-dev plasma-wayland-protocols
 )
 
 # ensure_packages NAME...: installs those of NAME... that are not installed.

@@ -75,11 +75,4 @@ echo "== The same tovrin on Wayland: a headless sway"
 # unprivileged user of its own (made if missing), with the same binary.
 desktop_cleanup
 trap - EXIT
-if [ "$(id -u)" -eq 0 ]; then
-  source scripts/test_user.sh
-  ensure_test_user
-  runuser -u "$TOVRIN_TEST_USER" -- env PATH="$PATH" LANG=C.UTF-8 \
-    bash scripts/wayland_demo.sh "$tovrin"
-else
-  bash scripts/wayland_demo.sh "$tovrin"
-fi
+bash scripts/as_test_user.sh bash "$PWD/scripts/wayland_demo.sh" "$tovrin"

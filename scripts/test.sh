@@ -17,7 +17,8 @@ ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
   xvfb xauth x11-utils x11-xkb-utils xclip xsel xdotool \
   matchbox-window-manager mousepad chromium pcmanfm abiword xterm \
   xfce4-clipman dbus at-spi2-core gnome-text-editor featherpad \
-  sway foot wl-clipboard wtype weston mutter python3-gi \
+  sway foot wl-clipboard wtype weston kwin-wayland qtwayland5 \
+  mutter python3-gi \
   nodejs python3 jq dpkg-dev groff-base mandoc
 
 jobs=$(nproc)

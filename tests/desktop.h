@@ -69,13 +69,14 @@ class Desktop : public SessionProcesses {
 };
 
 /// The desktops the end-to-end scenarios run on.
-enum class DesktopKind { kX11, kSway, kWeston, kMutter };
+enum class DesktopKind { kX11, kSway, kWeston, kKWin, kMutter };
 
 /// Each starts its desktop; null, with the reason in `error`, when it
 /// cannot be started here.
 std::unique_ptr<Desktop> startX11Desktop(std::string* error);
 std::unique_ptr<Desktop> startSwayDesktop(std::string* error);
 std::unique_ptr<Desktop> startWestonDesktop(std::string* error);
+std::unique_ptr<Desktop> startKWinDesktop(std::string* error);
 std::unique_ptr<Desktop> startMutterDesktop(std::string* error);
 
 }  // namespace tovrin::testing

@@ -1,11 +1,11 @@
 // tovrin end to end: the built binary, started as a host starts it, against
 // real applications on every desktop of the tests. One table of scenarios
 // (kRows) runs on every desktop (kDesktops); a desktop that cannot run a row
-// says why, and the row is skipped with that reason.
+// names the reason, and the row is skipped there with it.
 //
-// To add a scenario: a function that runs it through the Run below, a row
-// in kRows, and a reason in each desktop's `skipped` that cannot run it.
-// To add a desktop: see tests/desktop.h, then its column in kDesktops.
+// To add a scenario: a function that runs it through the Run below, and its
+// row in kRows; a desktop that cannot run it names why in its column. To
+// add a desktop: see tests/desktop.h, then its column in kDesktops.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -31,13 +31,17 @@ using Clock = std::chrono::steady_clock;
 
 const json kNothing = {{"success", false},
                        {"error", "No text selected or could not copy"}};
-const std::string kPermissionError =
-    "Accessibility permission required - please grant in System Settings > "
-    "Privacy & Security > Accessibility";
 // 27 user-perceived characters: the emoji is one.
 const std::string kEditorText =
     "Hello over AT-SPI\ncaf\xC3\xA9 \xE6\xBC\xA2\xE5\xAD\x97 \xF0\x9F\x98\x80";
 const std::string kSaved = "saved text";
+
+json copied(const std::string& text) {
+  return {{"success", true}, {"text", text}, {"method", "cgevent"}};
+}
+json readDirectly(const std::string& text) {
+  return {{"success", true}, {"text", text}, {"method", "accessibility"}};
+}
 
 /// One run of tovrin as a host sees it: both streams read to their end,
 /// the one answer line parsed.
@@ -45,17 +49,9 @@ struct Answer {
   ProcessResult run;
   json answer;
 
-  bool logged(const std::string& text) const {
-    return run.standardError.find(text) != std::string::npos;
-  }
-  /// The log's messages, each without its time stamp and process.
-  std::vector<std::string> messages() const {
-    std::vector<std::string> lines;
-    for (const std::string& line : splitLines(run.standardError)) {
-      const size_t start = line.find("] ");
-      lines.push_back(start == std::string::npos ? line : line.substr(start + 2));
-    }
-    return lines;
+  /// Whether the log holds `line` whole.
+  bool logged(const std::string& line) const {
+    return run.standardError.find("] " + line + "\n") != std::string::npos;
   }
 };
 
@@ -66,65 +62,43 @@ bool noneOrOneAnswer(const std::string& output) {
                             json::accept(lines[0]));
 }
 
-/// A path as a file URL carries it: bytes other than letters, digits and
-/// "/-._~" as %XX.
-std::string percentEncoded(const std::string& path) {
-  std::string encoded;
-  for (const unsigned char c : path) {
-    if (std::isalnum(c) || std::strchr("/-._~", c) != nullptr) {
-      encoded += static_cast<char>(c);
-    } else {
-      char escape[4];
-      std::snprintf(escape, sizeof escape, "%%%02X", c);
-      encoded += escape;
-    }
-  }
-  return encoded;
-}
-
 /// What one scenario works with: its desktop, a folder of its own for the
 /// applications' files and settings, and tovrin.
-class Run {
- public:
-  Run(DesktopKind kind, std::unique_ptr<Desktop> desktop)
-      : kind_(kind), desktop_(std::move(desktop)) {
+struct Run {
+  Run(DesktopKind kind, std::unique_ptr<Desktop> started)
+      : kind(kind), desktop(std::move(started)) {
     char folder[] = "/tmp/tovrin-e2e-XXXXXX";
-    directory_ = mkdtemp(folder);
+    directory = mkdtemp(folder);
   }
   ~Run() {
-    desktop_.reset();
+    desktop.reset();
     std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
+    std::filesystem::remove_all(directory, ignored);
   }
 
-  Desktop& desktop() { return *desktop_; }
-  DesktopKind kind() const { return kind_; }
-  bool x11() const { return kind_ == DesktopKind::kX11; }
-  const std::filesystem::path& directory() const { return directory_; }
+  bool x11() const { return kind == DesktopKind::kX11; }
 
   std::string writeFile(const std::string& name, const std::string& content) {
-    const auto path = directory_ / name;
-    std::ofstream(path) << content;
-    return path;
+    std::ofstream(directory / name) << content;
+    return directory / name;
   }
 
   /// Starts `argv` with this scenario's home, with its accessibility on or
   /// off, and waits for its window to take the focus; its pid.
   std::optional<pid_t> start(const std::vector<std::string>& argv,
                              const std::string& id, bool accessible = false) {
-    Application application{argv, id,
-                            {"HOME=" + directory_.string(),
-                             "XDG_CONFIG_HOME=" + (directory_ / "config").string(),
-                             "DBUS_SESSION_BUS_ADDRESS=" + sessionBus_}};
-    if (accessible) {
-      application.environment.insert(application.environment.end(),
-                                     {"ACCESSIBILITY_ENABLED=1",
-                                      "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"});
-    } else {
-      application.environment.insert(application.environment.end(),
-                                     {"NO_AT_BRIDGE=1", "GTK_A11Y=none"});
+    Application application{
+        argv, id,
+        {"HOME=" + directory.string(),
+         "XDG_CONFIG_HOME=" + (directory / "config").string(),
+         "DBUS_SESSION_BUS_ADDRESS=" + sessionBus}};
+    for (const char* entry :
+         accessible ? std::vector{"ACCESSIBILITY_ENABLED=1",
+                                  "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"}
+                    : std::vector{"NO_AT_BRIDGE=1", "GTK_A11Y=none"}) {
+      application.environment.push_back(entry);
     }
-    return desktop_->startApplication(application);
+    return desktop->startApplication(application);
   }
 
   /// Presses `keys` until PRIMARY holds `text`: a document or page that is
@@ -134,22 +108,30 @@ class Run {
     const auto deadline = Clock::now() + 30s;
     do {
       for (const std::string& combination : keys) {
-        ASSERT_TRUE(desktop_->pressKeys(combination)) << combination;
+        ASSERT_TRUE(desktop->pressKeys(combination)) << combination;
       }
-      if (desktop_->waitFor(Selection::kPrimary, text, 1s)) return;
+      if (desktop->waitFor(Selection::kPrimary, text, 1s)) return;
     } while (Clock::now() < deadline);
     FAIL() << "PRIMARY never held the selection";
   }
 
-  /// Starts the desktop's editor on kEditorText, all of it selected; its pid.
-  pid_t startEditorWithSelection(bool accessible = false) {
-    const std::string file = writeFile("note.txt", kEditorText);
-    const auto pid =
-        x11() ? start({"mousepad", file}, "mousepad", accessible)
-              : start({"gnome-text-editor", "--standalone", file},
-                      "gnome-text-editor", accessible);
+  /// gnome-text-editor's app id: it takes its desktop file's name once it
+  /// reaches a session bus (started accessible, it has the accessibility
+  /// bus's), and KWin names windows by desktop files.
+  std::string textEditorId(bool accessible) const {
+    return kind == DesktopKind::kKWin && accessible ? "org.gnome.TextEditor"
+                                                    : "gnome-text-editor";
+  }
+
+  /// Starts the desktop's editor on `text`, all of it selected; its pid.
+  pid_t startEditorWithSelection(bool accessible = false,
+                                 const std::string& text = kEditorText) {
+    const std::string file = writeFile("note.txt", text);
+    const auto pid = x11() ? start({"mousepad", file}, "mousepad", accessible)
+                           : start({"gnome-text-editor", "--standalone", file},
+                                   textEditorId(accessible), accessible);
     EXPECT_TRUE(pid);
-    if (pid) selectUntilPrimaryHolds(kEditorText);
+    if (pid) selectUntilPrimaryHolds(text);
     return pid.value_or(-1);
   }
 
@@ -162,7 +144,7 @@ class Run {
         "chromium", "--no-sandbox", "--no-first-run", "--disable-gpu",
         "--disable-background-networking", "--disable-component-update",
         "--disable-sync", "--password-store=basic",
-        "--user-data-dir=" + (directory_ / "chromium").string()};
+        "--user-data-dir=" + (directory / "chromium").string()};
     if (!x11()) argv.push_back("--ozone-platform=wayland");
     if (accessible) argv.push_back("--force-renderer-accessibility");
     argv.push_back("file://" + writeFile("page.html", html));
@@ -171,30 +153,36 @@ class Run {
   }
 
   /// Puts files of `names` in a folder of their own and selects them in
-  /// the desktop's file manager, which copies them as a text/uri-list; the
-  /// answer that brings their paths.
+  /// the desktop's file manager, whose copy brings them as a text/uri-list;
+  /// the answer with their paths.
   json startFileManagerWithSelection(const std::vector<std::string>& names) {
-    const auto folder = directory_ / "files";
+    const auto folder = directory / "files";
     std::filesystem::create_directories(folder);
     json paths = json::array();
     std::string uris;
     for (const std::string& name : names) {
       std::ofstream(folder / name) << "x";
       paths.push_back(folder / name);
-      uris += "file://" + percentEncoded(folder / name) + "\r\n";
+      uris += "file://";
+      for (const unsigned char c : (folder / name).string()) {
+        char escaped[4];
+        std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+        uris += std::isalnum(c) || c == '/' || c == '.' ? std::string(1, c)
+                                                        : escaped;
+      }
+      uris += "\r\n";
     }
     if (x11()) {
       EXPECT_TRUE(start({"pcmanfm", "--new-win", folder}, "pcmanfm"));
-      EXPECT_TRUE(desktop_->pressKeys("ctrl+a"));
+      EXPECT_TRUE(desktop->pressKeys("ctrl+a"));
       // Selecting files takes no selection: nothing tells when it is done.
       std::this_thread::sleep_for(300ms);
     } else {
-      // A file manager of the compositor's own: its copy shortcut makes
-      // wl-copy offer the list, as a file manager's does.
-      const std::string list = writeFile("uris", uris);
-      const auto bound = desktop_->run(
+      // The copy shortcut makes wl-copy offer the list, as a file
+      // manager's does.
+      const auto bound = desktop->run(
           {"swaymsg", "--", "bindsym", "ctrl+c", "exec",
-           "wl-copy --type text/uri-list < " + list},
+           "wl-copy --type text/uri-list < " + writeFile("uris", uris)},
           5s);
       EXPECT_TRUE(bound && bound->exit.code == 0) << "no key binding";
     }
@@ -207,68 +195,36 @@ class Run {
   json startCopyTarget() {
     if (x11()) return startFileManagerWithSelection({"a.txt"});
     startEditorWithSelection();
-    return {{"success", true}, {"text", kEditorText}, {"method", "cgevent"}};
+    return copied(kEditorText);
   }
 
   /// Makes another program own PRIMARY: on X11 the direct read then has
   /// nothing of the focused application's, and GTK drops its selection.
   void takePrimaryAway() {
     if (x11()) {
-      ASSERT_TRUE(desktop_->own(Selection::kPrimary, "other program"));
+      ASSERT_TRUE(desktop->own(Selection::kPrimary, "other program"));
     }
   }
 
   /// Makes "saved text" the user's clipboard. Owned last, right before
-  /// tovrin runs: applications take the clipboard while they start, and
-  /// the editor's own copies would replace it.
+  /// tovrin runs: applications take the clipboard while they start.
   pid_t ownClipboard() {
-    const auto pid = desktop_->own(Selection::kClipboard, kSaved);
+    const auto pid = desktop->own(Selection::kClipboard, kSaved);
     EXPECT_TRUE(pid);
     return pid.value_or(-1);
   }
   bool clipboardKept() {
-    return desktop_->waitFor(Selection::kClipboard, kSaved, 5s);
-  }
-
-  /// Runs `command` as a host does, on this desktop; `environment` on top
-  /// (an empty value removes a variable).
-  Answer tovrin(const std::string& command,
-                const std::map<std::string, std::string>& environment = {}) {
-    auto merged = tovrinEnvironment();
-    for (const auto& [name, value] : environment) merged[name] = value;
-    Answer result;
-    result.run = runProcess(TOVRIN_BINARY, {"tovrin", command}, merged, 20s);
-    EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
-    EXPECT_EQ(result.run.exitStatus, 0);
-    const auto lines = splitLines(result.run.standardOutput);
-    EXPECT_EQ(lines.size(), 1u) << result.run.standardOutput;
-    if (!lines.empty()) result.answer = json::parse(lines[0]);
-    return result;
-  }
-  Answer getSelection() { return tovrin("get-selection"); }
-  StartedProcess startGetSelection() {
-    return startProcess(TOVRIN_BINARY, {"tovrin", "get-selection"},
-                        tovrinEnvironment());
-  }
-  std::map<std::string, std::string> tovrinEnvironment() {
-    auto environment = desktop_->clientEnvironment();
-    environment["HOME"] = directory_;
-    // Hosts started from a session have one; tovrin needs it to switch
-    // toolkit accessibility on, and on GNOME for the compositor's own
-    // interface: a desktop's own bus stands.
-    environment.emplace("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
-    environment["AT_SPI_BUS_ADDRESS"] = "";
-    return environment;
+    return desktop->waitFor(Selection::kClipboard, kSaved, 5s);
   }
 
   /// Whether the user's text is back on the clipboard and no key is held;
-  /// after a kill, the serving process puts things right within
+  /// after a kill the serving process puts things right within
   /// milliseconds.
   bool userStateIsBack() {
     const auto deadline = Clock::now() + 5s;
     do {
-      const auto keys = desktop_->keysDown();
-      if (desktop_->read(Selection::kClipboard) == kSaved &&
+      const auto keys = desktop->keysDown();
+      if (desktop->read(Selection::kClipboard) == kSaved &&
           (!keys || keys->empty())) {
         return true;
       }
@@ -277,80 +233,92 @@ class Run {
     return false;
   }
 
-  /// Starts an accessibility bus in a session bus of its own; false when
-  /// it is not up within its deadline. The launcher publishes the bus on
-  /// the X root window (AT_SPI_BUS), where applications and tovrin find it.
+  /// What tovrin gets from a host: the desktop, and no session bus (it
+  /// needs one only to switch toolkit accessibility on), unless the
+  /// desktop has its own (GNOME's compositor's interface is on it).
+  std::map<std::string, std::string> environment(
+      const std::map<std::string, std::string>& changes = {}) {
+    auto variables = desktop->clientEnvironment();
+    variables["HOME"] = directory;
+    variables.emplace("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+    // Without an X root window to publish it, the accessibility bus is
+    // named as a session names it to its programs.
+    variables["AT_SPI_BUS_ADDRESS"] = x11() ? "" : accessibilityBus;
+    for (const auto& [name, value] : changes) variables[name] = value;
+    return variables;
+  }
+
+  /// Runs `command` as a host does; `changes` to its environment on top
+  /// (an empty value removes a variable).
+  Answer tovrin(const std::string& command = "get-selection",
+                const std::map<std::string, std::string>& changes = {}) {
+    Answer result;
+    result.run = runProcess(TOVRIN_BINARY, {"tovrin", command},
+                            environment(changes), 20s);
+    EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
+    EXPECT_EQ(result.run.exitStatus, 0);
+    const auto lines = splitLines(result.run.standardOutput);
+    EXPECT_EQ(lines.size(), 1u) << result.run.standardOutput;
+    if (!lines.empty()) result.answer = json::parse(lines[0]);
+    return result;
+  }
+  StartedProcess startTovrin() {
+    return startProcess(TOVRIN_BINARY, {"tovrin", "get-selection"},
+                        environment());
+  }
+
+  /// Starts an accessibility bus in a session bus of its own, with the
+  /// test's own settings; false when it is not up in time. On X11 the
+  /// launcher publishes the bus on the root window (AT_SPI_BUS), where
+  /// applications and tovrin find it; elsewhere the session bus names it.
   bool startAccessibilityBus() {
-    const auto client = desktop_->clientEnvironment();
-    if (const auto bus = client.find("DBUS_SESSION_BUS_ADDRESS");
-        bus != client.end()) {
-      return startAccessibilityBusOn(bus->second);
-    }
-    const std::string addressFile = (directory_ / "session-bus").string();
-    // Its settings (toolkit accessibility on or off) are the test's own.
+    const std::string addressFile = directory / "session-bus";
     SpawnOptions options;
     options.environment = {"GSETTINGS_BACKEND=memory",
-                           "HOME=" + directory_.string(),
-                           "XDG_CONFIG_HOME=" + (directory_ / "config").string()};
-    if (!desktop_->spawn({"dbus-run-session", "--", "sh", "-c",
-                          "echo \"$DBUS_SESSION_BUS_ADDRESS\" > " +
-                              addressFile +
-                              " && exec /usr/libexec/at-spi-bus-launcher "
-                              "--launch-immediately"},
-                         options)) {
+                           "HOME=" + directory.string()};
+    if (!desktop->spawn({"dbus-run-session", "--", "sh", "-c",
+                         "echo \"$DBUS_SESSION_BUS_ADDRESS\" > " + addressFile +
+                             " && exec /usr/libexec/at-spi-bus-launcher "
+                             "--launch-immediately"},
+                        options)) {
       return false;
     }
     const auto deadline = Clock::now() + 10s;
-    while (Clock::now() < deadline) {
-      const auto property = desktop_->run({"xprop", "-root", "AT_SPI_BUS"}, 5s);
-      const size_t start =
-          property ? property->output.find("\"unix:") : std::string::npos;
-      if (start != std::string::npos) {
-        accessibilityBus_ = property->output.substr(
-            start + 1, property->output.rfind('"') - start - 1);
-        std::ifstream(addressFile) >> sessionBus_;
-        return !sessionBus_.empty();
-      }
-      std::this_thread::sleep_for(50ms);
-    }
-    return false;
-  }
-  /// The launcher on a desktop's own session bus (GNOME's), where
-  /// applications and tovrin ask org.a11y.Bus for its address.
-  bool startAccessibilityBusOn(const std::string& sessionBus) {
-    if (!desktop_->spawn({"/usr/libexec/at-spi-bus-launcher",
-                          "--launch-immediately"})) {
-      return false;
-    }
-    const auto deadline = Clock::now() + 10s;
-    while (Clock::now() < deadline) {
-      const auto reply = desktop_->run(
-          {"dbus-send", "--bus=" + sessionBus, "--print-reply",
+    while (!x11() && Clock::now() < deadline) {
+      std::ifstream(addressFile) >> sessionBus;
+      const auto reply = desktop->run(
+          {"dbus-send", "--bus=" + sessionBus, "--print-reply=literal",
            "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
           5s);
-      const size_t start =
-          reply ? reply->output.find("\"unix:") : std::string::npos;
-      if (start != std::string::npos) {
-        accessibilityBus_ = reply->output.substr(
-            start + 1, reply->output.rfind('"') - start - 1);
-        sessionBus_ = sessionBus;
+      if (reply && reply->exit.code == 0) {
+        accessibilityBus = reply->output.substr(reply->output.find("unix:"));
+        accessibilityBus.erase(accessibilityBus.find_last_not_of(" \n") + 1);
         return true;
       }
       std::this_thread::sleep_for(50ms);
     }
+    while (Clock::now() < deadline) {
+      const auto property = desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s);
+      const size_t start =
+          property ? property->output.find("\"unix:") : std::string::npos;
+      if (start != std::string::npos) {
+        accessibilityBus = property->output.substr(
+            start + 1, property->output.rfind('"') - start - 1);
+        std::ifstream(addressFile) >> sessionBus;
+        return !sessionBus.empty();
+      }
+      std::this_thread::sleep_for(50ms);
+    }
     return false;
   }
-  const std::string& accessibilityBus() const { return accessibilityBus_; }
-  const std::string& sessionBus() const { return sessionBus_; }
 
- private:
-  DesktopKind kind_;
-  std::unique_ptr<Desktop> desktop_;
-  std::filesystem::path directory_;
-  /// The session bus of the applications. None by default: each test's
-  /// editor runs alone instead of handing its file to another's.
-  std::string sessionBus_ = "unix:path=/nonexistent";
-  std::string accessibilityBus_;
+  DesktopKind kind;
+  std::unique_ptr<Desktop> desktop;
+  std::filesystem::path directory;
+  /// The applications' session bus. None by default: each test's editor
+  /// runs alone instead of handing its file to another's.
+  std::string sessionBus = "unix:path=/nonexistent";
+  std::string accessibilityBus;
 };
 
 // ---------------------------------------------------------------------------
@@ -358,32 +326,48 @@ class Run {
 
 void permissionAnswers(Run& run) {
   // Weston offers neither data-control nor virtual keyboards.
-  const bool granted = run.kind() != DesktopKind::kWeston;
+  const bool granted = run.kind != DesktopKind::kWeston;
   for (const char* command : {"check-accessibility", "request-accessibility"}) {
-    SCOPED_TRACE(command);
-    const Answer result = run.tovrin(command);
-    EXPECT_EQ(result.answer, json({{"success", true}, {"granted", granted}}))
-        << result.run.standardError;
+    EXPECT_EQ(run.tovrin(command).answer,
+              json({{"success", true}, {"granted", granted}}));
   }
   if (!granted) {
     // No key is sent and the clipboard is not touched: the run stops at the
     // permission, once it has said why.
-    const std::string why =
-        "[tovrin] Wayland: the compositor does not offer ";
+    const std::string why = "[tovrin] Wayland: the compositor does not offer ";
     const std::string only = "; only AT-SPI can read the selection";
-    const Answer check = run.tovrin("check-accessibility");
-    EXPECT_EQ(check.messages(),
-              (std::vector<std::string>{
-                  why + "zwlr_data_control_manager_v1" + only,
-                  why + "zwp_virtual_keyboard_manager_v1" + only,
-                  "[tovrin] check-accessibility: false"}));
-    const Answer get = run.getSelection();
-    EXPECT_EQ(get.answer, json({{"success", false}, {"error", kPermissionError}}));
-    const auto lines = get.messages();
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[0], "[tovrin] Starting get-selection");
-    EXPECT_EQ(lines[1], why + "zwlr_data_control_manager_v1" + only);
-    EXPECT_FALSE(get.logged("CGEvent: Sent"));
+    std::vector<std::string> messages;
+    for (const std::string& line :
+         splitLines(run.tovrin("check-accessibility").run.standardError)) {
+      messages.push_back(line.substr(line.find("] ") + 2));
+    }
+    EXPECT_EQ(messages, (std::vector<std::string>{
+                            why + "zwlr_data_control_manager_v1" + only,
+                            why + "zwp_virtual_keyboard_manager_v1" + only,
+                            "[tovrin] check-accessibility: false"}));
+    const Answer get = run.tovrin();
+    EXPECT_EQ(get.answer["error"],
+              "Accessibility permission required - please grant in System "
+              "Settings > Privacy & Security > Accessibility");
+    EXPECT_TRUE(get.logged(why + "zwlr_data_control_manager_v1" + only));
+    EXPECT_EQ(get.run.standardError.find("CGEvent"), std::string::npos);
+  }
+  if (run.kind == DesktopKind::kKWin) {
+    // A tovrin that no installed .desktop file names gets neither fake
+    // input nor the window list, and says what it needs.
+    const auto unlisted = run.directory / "tovrin";
+    std::filesystem::copy_file(TOVRIN_BINARY, unlisted);
+    const ProcessResult check =
+        runProcess(unlisted, {"tovrin", "check-accessibility"},
+                   run.environment(), 20s);
+    EXPECT_EQ(check.standardOutput, "{\"success\":true,\"granted\":false}\n");
+    EXPECT_NE(check.standardError.find(
+                  "] [tovrin] Wayland: KWin offers org_kde_kwin_fake_input "
+                  "only to programs named by an installed .desktop file that "
+                  "lists it in X-KDE-Wayland-Interfaces; tovrin's package "
+                  "installs one\n"),
+              std::string::npos)
+        << check.standardError;
   }
   if (!run.x11()) {
     // A WAYLAND_DISPLAY that names no compositor leaves X11, and here no
@@ -392,30 +376,28 @@ void permissionAnswers(Run& run) {
                                      {{"WAYLAND_DISPLAY", "wayland-nobody"}});
     EXPECT_EQ(result.answer, json({{"success", true}, {"granted", false}}));
     EXPECT_TRUE(result.logged(
-        "] [tovrin] Wayland: no compositor answers at WAYLAND_DISPLAY; trying "
-        "X11\n"));
+        "[tovrin] Wayland: no compositor answers at WAYLAND_DISPLAY; trying "
+        "X11"));
   }
 }
 
+// PRIMARY holds the last selection made anywhere: another program's is not
+// what the user selected, and the editor drops its own when it loses it.
 void editorReadDirectly(Run& run) {
   run.startEditorWithSelection();
   run.ownClipboard();
-  Answer result = run.getSelection();
-  EXPECT_EQ(result.answer, json({{"success", true},
-                                 {"text", kEditorText},
-                                 {"method", "accessibility"}}))
+  Answer result = run.tovrin();
+  EXPECT_EQ(result.answer, readDirectly(kEditorText))
       << result.run.standardError;
-  EXPECT_TRUE(result.logged("] [tovrin] Accessibility: Got 27 chars\n"));
+  EXPECT_TRUE(result.logged("[tovrin] Accessibility: Got 27 chars"));
   EXPECT_TRUE(run.clipboardKept());
 
-  // PRIMARY holds the last selection made anywhere: another program's is
-  // not what the user selected, and the editor has dropped its own.
   run.takePrimaryAway();
-  result = run.getSelection();
+  result = run.tovrin();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
   EXPECT_TRUE(result.logged(
-      "] [tovrin] Accessibility: Could not get selected text (error: -25212)\n"));
-  EXPECT_TRUE(result.logged("] [tovrin] CGEvent: Sent Cmd+C\n"));
+      "[tovrin] Accessibility: Could not get selected text (error: -25212)"));
+  EXPECT_TRUE(result.logged("[tovrin] CGEvent: Sent Cmd+C"));
   EXPECT_TRUE(run.clipboardKept());
 }
 
@@ -425,23 +407,21 @@ void expectCopy(Run& run, const std::string& appName, const std::string& text,
                 const std::string& html = "") {
   run.takePrimaryAway();
   run.ownClipboard();
-  const Answer result = run.getSelection();
-  json expected = {{"success", true}, {"text", text}, {"method", "cgevent"}};
-  if (!html.empty()) {
-    ASSERT_TRUE(result.answer.contains("html")) << result.run.standardError;
-    EXPECT_NE(result.answer["html"].get<std::string>().find(html),
-              std::string::npos);
-    expected["html"] = result.answer["html"];
+  Answer result = run.tovrin();
+  if (html.empty()) {
+    EXPECT_FALSE(result.answer.contains("html"));
+  } else {
+    EXPECT_NE(result.answer.value("html", "").find(html), std::string::npos);
   }
-  EXPECT_EQ(result.answer, expected) << result.run.standardError;
+  result.answer.erase("html");
+  EXPECT_EQ(result.answer, copied(text)) << result.run.standardError;
   // GNOME names the frontmost application only over AT-SPI, which these
   // applications run without.
-  const bool named = run.kind() != DesktopKind::kMutter;
-  EXPECT_TRUE(result.logged("] [tovrin] Frontmost app: " +
-                            (named ? appName : "unknown") + ", finder=false\n"))
+  const bool named = run.kind != DesktopKind::kMutter;
+  EXPECT_TRUE(result.logged("[tovrin] Frontmost app: " +
+                            (named ? appName : "unknown") + ", finder=false"))
       << result.run.standardError;
-  EXPECT_TRUE(result.logged("] [tovrin] CGEvent: Sent Cmd+C\n"));
-  EXPECT_TRUE(result.logged("] [tovrin] CGEvent: Restored original clipboard\n"));
+  EXPECT_TRUE(result.logged("[tovrin] CGEvent: Restored original clipboard"));
   EXPECT_TRUE(run.clipboardKept());
   EXPECT_LT(result.run.wallTime, 5s);
 }
@@ -461,10 +441,26 @@ void gtk3EditorCopied(Run& run) {
   expectCopy(run, "mousepad", kEditorText);
 }
 
+// Qt puts no selection made with the keyboard in PRIMARY: the copy is the
+// only way to its text without accessibility.
+void qtEditorCopied(Run& run) {
+  ASSERT_TRUE(run.start({"featherpad", run.writeFile("note.txt", kEditorText)},
+                        "featherpad"));
+  if (run.kind == DesktopKind::kMutter) {
+    // Nor when the window has the focus; there "PRIMARY" is read by a copy.
+    run.selectUntilPrimaryHolds(kEditorText);
+  } else {
+    ASSERT_TRUE(run.desktop->pressKeys("ctrl+a"));
+    // Nothing outside tells when the selection is made.
+    std::this_thread::sleep_for(300ms);
+  }
+  expectCopy(run, run.x11() ? "FeatherPad" : "featherpad", kEditorText);
+}
+
 void wordProcessorCopiedWithHtml(Run& run) {
-  ASSERT_TRUE(run.start({"abiword", run.writeFile("doc.txt", "Rich words here")},
-                        "abiword"));
-  ASSERT_TRUE(run.desktop().pressKeys("ctrl+a"));
+  ASSERT_TRUE(run.start(
+      {"abiword", run.writeFile("doc.txt", "Rich words here")}, "abiword"));
+  ASSERT_TRUE(run.desktop->pressKeys("ctrl+a"));
   std::this_thread::sleep_for(300ms);
   expectCopy(run, "Abiword", "Rich words here", "Rich words here");
 }
@@ -483,31 +479,28 @@ void browserCopiedWithHtml(Run& run) {
 void filesCopied(Run& run) {
   json expected =
       run.startFileManagerWithSelection({"a.txt", "b c.txt", "caf\xE9.txt"});
-  expected["file_paths"][2] =
-      (run.directory() / "files" / "caf\xEF\xBF\xBD.txt").string();
+  expected["file_paths"][2] = run.directory / "files" / "caf\xEF\xBF\xBD.txt";
   run.ownClipboard();
-  Answer result = run.getSelection();
-  if (result.answer.contains("file_paths")) {
-    auto& paths = result.answer["file_paths"];
-    std::sort(paths.begin(), paths.end());
-  }
+  Answer result = run.tovrin();
+  auto& paths = result.answer["file_paths"];
+  std::sort(paths.begin(), paths.end());
   EXPECT_EQ(result.answer, expected) << result.run.standardError;
-  EXPECT_TRUE(result.logged("] [tovrin] CGEvent: Got 3 file path(s)\n"));
+  EXPECT_TRUE(result.logged("[tovrin] CGEvent: Got 3 file path(s)"));
   EXPECT_TRUE(run.clipboardKept());
 }
 
 // Ctrl+C in a terminal interrupts its program. Terminals that copy with
-// Ctrl+Shift+C get that (foot); xterm copies on selecting alone, and gets
-// no keystroke at all.
+// Ctrl+Shift+C get that (foot); xterm copies on selecting alone, and gets no
+// keystroke at all.
 void terminalProgramNotInterrupted(Run& run) {
   std::optional<pid_t> terminal;
   json expected = kNothing;
   if (run.x11()) {
     terminal = run.start({"xterm", "-e", "sleep", "120"}, "xterm");
   } else {
-    terminal = run.start({"foot", "sh", "-c",
-                          "printf 'foot says hello world\\n'; exec sleep 120"},
-                         "foot");
+    terminal = run.start(
+        {"foot", "sh", "-c", "printf 'foot says hello world\\n'; sleep 120"},
+        "foot");
     // foot keeps a search's match selected after the search: the
     // keyboard's way to select there.
     std::vector<std::string> keys = {"ctrl+shift+r"};
@@ -516,16 +509,16 @@ void terminalProgramNotInterrupted(Run& run) {
     }
     keys.push_back("Return");
     run.selectUntilPrimaryHolds("hello world", keys);
-    expected = {{"success", true}, {"text", "hello world"}, {"method", "cgevent"}};
+    expected = copied("hello world");
   }
   ASSERT_TRUE(terminal);
   run.ownClipboard();
-  const Answer result = run.getSelection();
+  const Answer result = run.tovrin();
   EXPECT_EQ(result.answer, expected) << result.run.standardError;
-  EXPECT_TRUE(result.logged(std::string("] [tovrin] Frontmost app: ") +
-                            (run.x11() ? "XTerm" : "foot") + ", finder=false\n"));
+  EXPECT_TRUE(result.logged(std::string("[tovrin] Frontmost app: ") +
+                            (run.x11() ? "XTerm" : "foot") + ", finder=false"));
   std::this_thread::sleep_for(300ms);
-  EXPECT_TRUE(run.desktop().running(*terminal))
+  EXPECT_TRUE(run.desktop->running(*terminal))
       << "the copy keystroke ended the program";
   EXPECT_TRUE(run.clipboardKept());
 }
@@ -533,18 +526,17 @@ void terminalProgramNotInterrupted(Run& run) {
 // xfce4-clipman copies every new owner's content and puts it back when the
 // clipboard is emptied: that must not be taken for the application's copy.
 void clipboardManagerNotMistakenForACopy(Run& run) {
-  ASSERT_TRUE(run.desktop().spawn({"xfce4-clipman"}));
+  ASSERT_TRUE(run.desktop->spawn({"xfce4-clipman"}));
   run.startEditorWithSelection();
   run.takePrimaryAway();
   run.ownClipboard();
   std::this_thread::sleep_for(500ms);
-  const Answer result = run.getSelection();
-  EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
+  EXPECT_EQ(run.tovrin().answer, kNothing);
   EXPECT_TRUE(run.clipboardKept());
 }
 
-// A host that kills tovrin anywhere in its copy (at its timeout, say)
-// still finds the user's text on the clipboard and no key held.
+// A host that kills tovrin anywhere in its copy (at its timeout, say) still
+// finds the user's text on the clipboard and no key held.
 void killedRunLosesNothing(Run& run) {
   run.startCopyTarget();
   run.ownClipboard();
@@ -554,7 +546,7 @@ void killedRunLosesNothing(Run& run) {
     for (const int delayMs : {30, 70, 110, 150, 190, 230, 270}) {
       SCOPED_TRACE(std::string(strsignal(signalNumber)) + " after " +
                    std::to_string(delayMs) + " ms");
-      StartedProcess started = run.startGetSelection();
+      StartedProcess started = run.startTovrin();
       ASSERT_GT(started.pid, 0);
       std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
       kill(started.pid, signalNumber);
@@ -566,96 +558,78 @@ void killedRunLosesNothing(Run& run) {
         // Interrupted, it still answered.
         EXPECT_EQ(json::parse(result.standardOutput), kNothing);
       }
-      EXPECT_TRUE(run.userStateIsBack())
-          << "the clipboard holds "
-          << run.desktop().read(Selection::kClipboard).value_or("nothing")
-          << "\n" << result.standardError;
+      EXPECT_TRUE(run.userStateIsBack()) << result.standardError;
     }
   }
 }
 
-void hostLeavingMidRunLosesNothing(Run& run) {
+// A host that exits mid-run leaves tovrin writing into closed pipes; one
+// that starts it with its standard streams closed would let a display
+// connection take descriptor 1, and the answer go into its stream.
+void hostsThatCloseTheirEndsLoseNothing(Run& run) {
   run.startCopyTarget();
   run.ownClipboard();
-  StartedProcess started = run.startGetSelection();
+  StartedProcess started = run.startTovrin();
   ASSERT_GT(started.pid, 0);
   std::this_thread::sleep_for(100ms);
-  // The host exits: every later write of tovrin meets a closed pipe.
   close(started.standardOutput);
   close(started.standardError);
   started.standardOutput = started.standardError = -1;
-  const ProcessResult result = finishProcess(started, 10s);
-  EXPECT_FALSE(result.timedOut);
+  ProcessResult result = finishProcess(started, 10s);
   EXPECT_EQ(result.exitStatus, 0) << "ended by signal " << result.signal.value_or(0);
+  EXPECT_TRUE(run.userStateIsBack());
+
+  result = runProcess(
+      "/bin/sh",
+      {"sh", "-c",
+       std::string("exec '") + TOVRIN_BINARY + "' get-selection <&- >&- 2>&-"},
+      run.environment(), 20s);
+  EXPECT_EQ(result.exitStatus, 0);
   EXPECT_TRUE(run.userStateIsBack());
 }
 
 // A hotkey pressed again and again: each run answers the copy or nothing,
 // never the user's clipboard taken for the selection.
 void overlappingRunsNeverAnswerWithTheClipboard(Run& run) {
-  const json copied = run.startCopyTarget();
+  const json copy = run.startCopyTarget();
   run.ownClipboard();
   std::vector<StartedProcess> runs;
   for (int i = 0; i < 10; ++i) {
-    runs.push_back(run.startGetSelection());
+    runs.push_back(run.startTovrin());
     std::this_thread::sleep_for(100ms);
   }
   int copies = 0;
   for (StartedProcess& started : runs) {
     const ProcessResult result = finishProcess(started, 20s);
-    ASSERT_FALSE(result.timedOut);
     const auto lines = splitLines(result.standardOutput);
     ASSERT_EQ(lines.size(), 1u) << result.standardError;
     const json answer = json::parse(lines[0]);
-    if (answer != kNothing) {
-      EXPECT_EQ(answer, copied);
-      ++copies;
-    }
+    EXPECT_TRUE(answer == kNothing || answer == copy) << answer;
+    copies += answer == copy;
   }
   EXPECT_GT(copies, 0);
   EXPECT_TRUE(run.userStateIsBack());
 }
 
-// Without its streams, a display connection would take descriptor 1 and
-// the answer would go into the display protocol's stream.
-void closedStandardStreamsNeitherHangNorLeak(Run& run) {
-  run.startCopyTarget();
-  run.ownClipboard();
-  const ProcessResult result = runProcess(
-      "/bin/sh",
-      {"sh", "-c",
-       std::string("exec '") + TOVRIN_BINARY + "' get-selection <&- >&- 2>&-"},
-      run.tovrinEnvironment(), 20s);
-  EXPECT_FALSE(result.timedOut);
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_TRUE(run.userStateIsBack());
-}
-
-// It answers neither the direct read nor the copy keystroke.
-void frozenApplicationCostsBoundedTime(Run& run) {
+// A frozen application answers neither the direct read nor the copy
+// keystroke; a frozen owner of the user's clipboard never answers its
+// save. Each costs a bounded time, and the answer is still one line.
+void frozenProgramsCostBoundedTime(Run& run) {
   const pid_t editor = run.startEditorWithSelection();
   ASSERT_GT(editor, 0);
-  run.ownClipboard();
-  ASSERT_TRUE(run.desktop().signal(editor, SIGSTOP));
-  const Answer result = run.getSelection();
+  const pid_t owner = run.ownClipboard();
+  ASSERT_TRUE(run.desktop->signal(editor, SIGSTOP));
+  Answer result = run.tovrin();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
-  if (run.x11()) {
-    EXPECT_TRUE(result.logged(
-        "] [tovrin] Accessibility: Could not get selected text (error: "
-        "-25204)\n"));
-  }
+  EXPECT_EQ(run.x11(), result.logged("[tovrin] Accessibility: Could not get "
+                                     "selected text (error: -25204)"));
   EXPECT_LT(result.run.wallTime, 5s);
   // Checked while it is still frozen: once it runs again it handles the
   // keystroke it was sent, and copies.
   EXPECT_TRUE(run.clipboardKept());
-}
 
-// Reading the user's clipboard to save it waits on its owner; one that
-// never answers costs a bounded time, and the answer is still one line.
-void frozenClipboardOwnerCostsBoundedTime(Run& run) {
-  const pid_t owner = run.ownClipboard();
-  ASSERT_TRUE(run.desktop().signal(owner, SIGSTOP));
-  const Answer result = run.getSelection();
+  ASSERT_TRUE(run.desktop->signal(owner, SIGSTOP));
+  result = run.tovrin();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
   EXPECT_LT(result.run.wallTime, 5s);
 }
@@ -664,27 +638,19 @@ void frozenClipboardOwnerCostsBoundedTime(Run& run) {
 // application as Ctrl+C, as when a person presses it.
 void copiesUnderACyrillicLayout(Run& run) {
   const std::string text = "Hello \xD0\xBC\xD0\xB8\xD1\x80";  // Hello мир
-  // Selected while the layout is still US: Ctrl+A needs a Latin a.
+  // Selected while the layout is still US: Ctrl+A needs a Latin a. On X11
+  // the editor would read directly: there, the browser.
   if (run.x11()) {
     run.startBrowserWithSelection(
         "<html><head><meta charset=\"utf-8\"></head><body><p>" + text +
             "</p></body></html>",
         text);
   } else {
-    ASSERT_TRUE(run.start({"gnome-text-editor", "--standalone",
-                           run.writeFile("note.txt", text)},
-                          "gnome-text-editor"));
-    run.selectUntilPrimaryHolds(text);
+    run.startEditorWithSelection(false, text);
   }
-  ASSERT_TRUE(run.desktop().setLayout("ru"));
-  run.takePrimaryAway();
-  run.ownClipboard();
-  Answer result = run.getSelection();
-  result.answer.erase("html");  // Chromium's
-  EXPECT_EQ(result.answer,
-            json({{"success", true}, {"text", text}, {"method", "cgevent"}}))
-      << result.run.standardError;
-  EXPECT_TRUE(run.clipboardKept());
+  ASSERT_TRUE(run.desktop->setLayout("ru"));
+  expectCopy(run, run.x11() ? "Chromium" : "gnome-text-editor", text,
+             run.x11() ? text : "");
 }
 
 // A window's name comes from another program: in the log it is escaped,
@@ -698,7 +664,7 @@ void aWindowNameCannotForgeALogLine(Run& run) {
                               "^Evil")
                   : run.start({"foot", "--app-id", forged, "sleep", "60"},
                               forged));
-  const Answer result = run.getSelection();
+  const Answer result = run.tovrin();
   const std::regex line(
       "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} "
       "tovrin\\[[0-9]+:[0-9]+\\] \\[tovrin\\] [ -~]*");
@@ -706,103 +672,126 @@ void aWindowNameCannotForgeALogLine(Run& run) {
     EXPECT_TRUE(std::regex_match(logged, line)) << logged;
   }
   EXPECT_TRUE(result.logged(
-      "] [tovrin] Frontmost app: Evil\\u000a2026-01-01 00:00:00.000 "
-      "tovrin[1:1] [tovrin] SUCCESS\\u001b[31m, finder=false\n"))
+      "[tovrin] Frontmost app: Evil\\u000a2026-01-01 00:00:00.000 "
+      "tovrin[1:1] [tovrin] SUCCESS\\u001b[31m, finder=false"))
       << result.run.standardError;
 }
 
 // Its socket still accepts connections; nothing answers on them.
 void aFrozenDisplayServerDoesNotHoldTheHostUp(Run& run) {
-  ASSERT_EQ(kill(run.desktop().serverPid(), SIGSTOP), 0);
+  ASSERT_EQ(kill(run.desktop->serverPid(), SIGSTOP), 0);
   for (const char* command : {"check-accessibility", "get-selection"}) {
-    SCOPED_TRACE(command);
-    const ProcessResult result = runProcess(
-        TOVRIN_BINARY, {"tovrin", command}, run.tovrinEnvironment(), 20s);
-    ASSERT_FALSE(result.timedOut);
+    const ProcessResult result =
+        runProcess(TOVRIN_BINARY, {"tovrin", command}, run.environment(), 20s);
     EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-    EXPECT_FALSE(result.standardOutput.empty());
-    EXPECT_TRUE(noneOrOneAnswer(result.standardOutput));
+    EXPECT_TRUE(!result.standardOutput.empty() &&
+                noneOrOneAnswer(result.standardOutput));
     EXPECT_LT(result.wallTime, 5s);
-    if (!run.x11()) {
-      EXPECT_NE(result.standardError.find(
-                    "] [tovrin] Wayland: no compositor answers at "
-                    "WAYLAND_DISPLAY; trying X11\n"),
-                std::string::npos);
+    EXPECT_EQ(!run.x11(),
+              result.standardError.find(
+                  "] [tovrin] Wayland: no compositor answers at "
+                  "WAYLAND_DISPLAY; trying X11\n") != std::string::npos);
+  }
+  kill(run.desktop->serverPid(), SIGCONT);
+}
+
+// Editors with their accessibility on answer over AT-SPI before PRIMARY:
+// GTK 3, GTK 4, and Qt, which does not put a selection made with the
+// keyboard in PRIMARY (nothing then tells when it is made: ask until the
+// editor answers).
+void accessibleEditorsAreReadOverAtspi(Run& run) {
+  ASSERT_TRUE(run.startAccessibilityBus());
+  const struct {
+    std::vector<std::string> argv;
+    const char* id;
+    const char* source;
+  } editors[] = {
+      {{"mousepad"}, "mousepad", "mousepad (gtk)"},
+      {{"gnome-text-editor", "--standalone"},
+       run.kind == DesktopKind::kKWin ? "org.gnome.TextEditor"
+                                      : "gnome-text-editor",
+       "gnome-text-editor (GTK)"},
+      {{"featherpad"}, "featherpad", "FeatherPad (Qt)"},
+  };
+  for (auto [argv, id, source] : editors) {
+    SCOPED_TRACE(id);
+    // GTK 4.8 marks no window active, and GNOME names no application
+    // otherwise: its selection is copied instead.
+    if (run.kind == DesktopKind::kMutter &&
+        std::string(id) == "gnome-text-editor") {
+      continue;
     }
-  }
-  kill(run.desktop().serverPid(), SIGCONT);
-}
-
-// --- The accessibility read (AT-SPI).
-
-/// Starts `argv`, an editor of `id`, with accessibility on kEditorText,
-/// selects all of it, and expects get-selection to read it over AT-SPI
-/// from `source`; the editor's pid.
-pid_t expectEditorReadOverAtspi(Run& run, std::vector<std::string> argv,
-                                const std::string& id, const std::string& source,
-                                bool offersPrimary = true) {
-  EXPECT_TRUE(run.startAccessibilityBus());
-  argv.push_back(run.writeFile("note.txt", kEditorText));
-  const auto pid = run.start(argv, id, true);
-  EXPECT_TRUE(pid);
-  if (!pid) return -1;
-  Answer result;
-  if (offersPrimary) {
-    run.selectUntilPrimaryHolds(kEditorText);
-    run.ownClipboard();
-    result = run.getSelection();
-  } else {
-    run.ownClipboard();
-    // Nothing outside tells when the selection is made, nor on GNOME when
-    // the window has the focus: select and ask until the editor answers.
-    const auto deadline = Clock::now() + 10s;
-    do {
-      EXPECT_TRUE(run.desktop().pressKeys("ctrl+a"));
-      result = run.getSelection();
-    } while (result.answer.value("method", "") != "accessibility" &&
-             Clock::now() < deadline);
-  }
-  EXPECT_EQ(result.answer, json({{"success", true},
-                                 {"text", kEditorText},
-                                 {"method", "accessibility"}}))
-      << result.run.standardError;
-  EXPECT_TRUE(result.logged("] [tovrin] Accessibility: read through AT-SPI from " +
-                            source + "\n"))
-      << result.run.standardError;
-  EXPECT_TRUE(result.logged("] [tovrin] Accessibility: Got 27 chars\n"));
-  if (run.kind() == DesktopKind::kMutter) {
-    // GNOME names the frontmost application over AT-SPI alone.
-    EXPECT_TRUE(result.logged("] [tovrin] Frontmost app: " +
-                              source.substr(0, source.rfind(" (")) +
-                              ", finder=false\n"))
+    argv.push_back(run.writeFile(std::string(id) + ".txt", kEditorText));
+    const auto pid = run.start(argv, id, true);
+    ASSERT_TRUE(pid);
+    Answer result;
+    if (std::string(id) != "featherpad") {
+      run.selectUntilPrimaryHolds(kEditorText);
+      run.ownClipboard();
+      result = run.tovrin();
+    } else {
+      run.ownClipboard();
+      // Nor, on GNOME, when the window has the focus: select again.
+      const auto deadline = Clock::now() + 10s;
+      do {
+        ASSERT_TRUE(run.desktop->pressKeys("ctrl+a"));
+        result = run.tovrin();
+      } while (result.answer.value("method", "") != "accessibility" &&
+               Clock::now() < deadline);
+    }
+    EXPECT_EQ(result.answer, readDirectly(kEditorText))
         << result.run.standardError;
+    EXPECT_TRUE(result.logged(
+        std::string("[tovrin] Accessibility: read through AT-SPI from ") +
+        source));
+    EXPECT_TRUE(result.logged("[tovrin] Accessibility: Got 27 chars"));
+    if (run.kind == DesktopKind::kMutter) {
+      // The application AT-SPI marks active is GNOME's frontmost one.
+      const std::string name(source);
+      EXPECT_TRUE(result.logged("[tovrin] Frontmost app: " +
+                                name.substr(0, name.rfind(" (")) +
+                                ", finder=false"))
+          << result.run.standardError;
+    }
+    EXPECT_TRUE(run.clipboardKept());
+    run.desktop->terminate(*pid);
   }
-  EXPECT_TRUE(run.clipboardKept());
-  return *pid;
 }
 
-void accessibleGtk3Editor(Run& run) {
-  expectEditorReadOverAtspi(run, {"mousepad"}, "mousepad", "mousepad (gtk)");
-  if (!run.x11()) return;
-  // The editor drops its selection when another program takes PRIMARY, and
-  // says so over AT-SPI as well.
-  run.takePrimaryAway();
-  const Answer result = run.getSelection();
+// On X11 the editor drops its selection when another program takes
+// PRIMARY, and says so over AT-SPI as well; frozen, it costs the read's
+// deadlines only.
+void accessibleEditorLosingOrFrozen(Run& run) {
+  ASSERT_TRUE(run.startAccessibilityBus());
+  pid_t editor = run.startEditorWithSelection(true);
+  run.ownClipboard();
+  if (run.x11()) {
+    run.takePrimaryAway();
+    const Answer result = run.tovrin();
+    EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
+    EXPECT_TRUE(result.logged(
+        "[tovrin] Accessibility: Could not get selected text (error: -25212)"));
+    EXPECT_EQ(result.run.standardError.find("read through AT-SPI"),
+              std::string::npos);
+    run.desktop->terminate(editor);
+    editor = run.startEditorWithSelection(true);
+  }
+  ASSERT_TRUE(run.desktop->signal(editor, SIGSTOP));
+  const Answer result = run.tovrin();
   EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
+  // Without the focused window's process (Wayland), applications that do
+  // not answer are passed over, and none is left.
   EXPECT_TRUE(result.logged(
-      "] [tovrin] Accessibility: Could not get selected text (error: -25212)\n"));
-  EXPECT_FALSE(result.logged("read through AT-SPI"));
-}
-
-void accessibleGtk4Editor(Run& run) {
-  expectEditorReadOverAtspi(run, {"gnome-text-editor", "--standalone"},
-                            "gnome-text-editor", "gnome-text-editor (GTK)");
-}
-
-// Qt does not put a selection made with the keyboard in PRIMARY.
-void accessibleQtEditor(Run& run) {
-  expectEditorReadOverAtspi(run, {"featherpad"}, "featherpad",
-                            "FeatherPad (Qt)", false);
+      std::string("[tovrin] Accessibility: Could not get selected text (error: ") +
+      (run.x11() ? "-25204" : "-25211") + ")"));
+  // Half a second is its budget, with room for a busy machine; a call
+  // without a deadline waits 25 s.
+  const std::string marker = "[tovrin] Accessibility failed in ";
+  const size_t at = result.run.standardError.find(marker);
+  ASSERT_NE(at, std::string::npos) << result.run.standardError;
+  EXPECT_LT(std::atof(result.run.standardError.c_str() + at + marker.size()),
+            2.0);
+  EXPECT_TRUE(run.clipboardKept());
 }
 
 // Chromium keeps its selection when another program takes PRIMARY: the
@@ -815,61 +804,21 @@ void accessibleBrowserPage(Run& run) {
       "First paragraph caf\xC3\xA9\n\nSecond bold link \xF0\x9F\x98\x80", true);
   run.takePrimaryAway();
   run.ownClipboard();
-  const Answer result = run.getSelection();
+  const Answer result = run.tovrin();
   EXPECT_EQ(result.answer,
-            json({{"success", true},
-                  {"text",
-                   "First paragraph caf\xC3\xA9\nSecond bold link "
-                   "\xF0\x9F\x98\x80"},
-                  {"method", "accessibility"}}))
+            readDirectly("First paragraph caf\xC3\xA9\nSecond bold link "
+                         "\xF0\x9F\x98\x80"))
       << result.run.standardError;
   EXPECT_TRUE(result.logged(
-      "] [tovrin] Accessibility: read through AT-SPI from Chromium (Chromium)\n"))
-      << result.run.standardError;
-  EXPECT_FALSE(result.logged("CGEvent"));
+      "[tovrin] Accessibility: read through AT-SPI from Chromium (Chromium)"));
   EXPECT_TRUE(run.clipboardKept());
-}
-
-void accessibleFrozenApplication(Run& run) {
-  ASSERT_TRUE(run.startAccessibilityBus());
-  const pid_t editor = run.startEditorWithSelection(true);
-  ASSERT_GT(editor, 0);
-  run.ownClipboard();
-  ASSERT_TRUE(run.desktop().signal(editor, SIGSTOP));
-  const Answer result = run.getSelection();
-  EXPECT_EQ(result.answer, kNothing) << result.run.standardError;
-  EXPECT_TRUE(result.logged(
-      "] [tovrin] Accessibility: Could not get selected text (error: -25204)\n"))
-      << result.run.standardError;
-  // Half a second is its budget, with room for a busy machine; a call
-  // without a deadline waits 25 s.
-  const std::string marker = "[tovrin] Accessibility failed in ";
-  const size_t at = result.run.standardError.find(marker);
-  ASSERT_NE(at, std::string::npos) << result.run.standardError;
-  EXPECT_LT(std::atof(result.run.standardError.c_str() + at + marker.size()),
-            2.0);
-  EXPECT_TRUE(run.clipboardKept());
-}
-
-// As on Wayland, where no client learns which window has the keyboard.
-void accessibleActiveApplicationWithoutXDisplay(Run& run) {
-  ASSERT_TRUE(run.startAccessibilityBus());
-  run.startEditorWithSelection(true);
-  const Answer result = run.tovrin(
-      "get-selection",
-      {{"DISPLAY", ""}, {"AT_SPI_BUS_ADDRESS", run.accessibilityBus()}});
-  EXPECT_EQ(result.answer, json({{"success", true},
-                                 {"text", kEditorText},
-                                 {"method", "accessibility"}}))
-      << result.run.standardError;
-  EXPECT_TRUE(result.logged("] [tovrin] Frontmost app: unknown, finder=false\n"));
 }
 
 /// A property of org.a11y.Status on the session bus, as dbus-send prints it
 /// ("boolean true").
 std::string statusProperty(Run& run, const std::string& name) {
-  const auto reply = run.desktop().run(
-      {"dbus-send", "--bus=" + run.sessionBus(), "--print-reply",
+  const auto reply = run.desktop->run(
+      {"dbus-send", "--bus=" + run.sessionBus, "--print-reply",
        "--dest=org.a11y.Bus", "/org/a11y/bus",
        "org.freedesktop.DBus.Properties.Get", "string:org.a11y.Status",
        "string:" + name},
@@ -879,31 +828,37 @@ std::string statusProperty(Run& run, const std::string& name) {
   return reply->output.substr(at, reply->output.find('\n', at) - at);
 }
 
-void accessibilityPermissionCommands(Run& run) {
+// The accessibility bus counts for the permission, and without an X
+// display (as on Wayland, where no client learns which window has the
+// keyboard) the application whose window is active answers. Asking turns
+// toolkit accessibility on, and nothing else; checking switches nothing.
+void accessibilityBusWithoutXDisplay(Run& run) {
   ASSERT_TRUE(run.startAccessibilityBus());
-  EXPECT_EQ(run.tovrin("check-accessibility",
-                       {{"DISPLAY", ""},
-                        {"AT_SPI_BUS_ADDRESS", run.accessibilityBus()}})
-                .answer,
+  run.startEditorWithSelection(true);
+  const std::map<std::string, std::string> busAlone = {
+      {"DISPLAY", ""}, {"AT_SPI_BUS_ADDRESS", run.accessibilityBus}};
+  EXPECT_EQ(run.tovrin("check-accessibility", busAlone).answer,
             json({{"success", true}, {"granted", true}}));
   EXPECT_EQ(run.tovrin("check-accessibility", {{"DISPLAY", ""}}).answer,
             json({{"success", true}, {"granted", false}}));
+  const Answer result = run.tovrin("get-selection", busAlone);
+  EXPECT_EQ(result.answer, readDirectly(kEditorText))
+      << result.run.standardError;
+  EXPECT_TRUE(result.logged("[tovrin] Frontmost app: unknown, finder=false"));
 
-  // Asking turns toolkit accessibility on, and nothing else.
+  const std::map<std::string, std::string> sessionBus = {
+      {"DBUS_SESSION_BUS_ADDRESS", run.sessionBus}};
+  EXPECT_FALSE(run.tovrin("check-accessibility", sessionBus)
+                   .logged("toolkit accessibility"));
   ASSERT_EQ(statusProperty(run, "IsEnabled"), "boolean false");
-  const Answer asked = run.tovrin(
-      "request-accessibility", {{"DBUS_SESSION_BUS_ADDRESS", run.sessionBus()}});
+  const Answer asked = run.tovrin("request-accessibility", sessionBus);
   EXPECT_EQ(asked.answer, json({{"success", true}, {"granted", true}}));
   EXPECT_TRUE(asked.logged(
-      "] [tovrin] Accessibility: toolkit accessibility is on for applications "
-      "started from now on\n"))
+      "[tovrin] Accessibility: toolkit accessibility is on for applications "
+      "started from now on"))
       << asked.run.standardError;
   EXPECT_EQ(statusProperty(run, "IsEnabled"), "boolean true");
   EXPECT_EQ(statusProperty(run, "ScreenReaderEnabled"), "boolean false");
-  // Checking never switches anything.
-  EXPECT_FALSE(run.tovrin("check-accessibility",
-                          {{"DBUS_SESSION_BUS_ADDRESS", run.sessionBus()}})
-                   .logged("toolkit accessibility"));
 }
 
 // The host examples each print the selection, and the failure when there is
@@ -914,33 +869,26 @@ void hostExamples(Run& run) {
       {"node", dir + "node/get-selection.mjs"},
       {"python3", dir + "python/get_selection.py"},
       {"sh", dir + "shell/get-selection.sh"}};
-  auto runExample = [&](const std::vector<std::string>& argv) {
-    SCOPED_TRACE(argv[0]);
-    auto environment = run.tovrinEnvironment();
-    environment["TOVRIN"] = TOVRIN_BINARY;
-    return runProcess("/usr/bin/" + argv[0], argv, environment, 30s);
-  };
   run.startEditorWithSelection();
-  for (const auto& example : examples) {
-    const ProcessResult result = runExample(example);
-    EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-    EXPECT_EQ(result.standardOutput,
-              example[0] == "sh"
-                  ? kEditorText + "\n"
-                  : "text: " + kEditorText + "\nmethod: accessibility\n");
-  }
-  // Nothing selected anywhere: the editor's PRIMARY taken by another
-  // program, and it gives nothing to the copy either.
-  run.takePrimaryAway();
-  ASSERT_TRUE(run.desktop().pressKeys("ctrl+End"));
-  for (const auto& example : examples) {
-    const ProcessResult result = runExample(example);
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.standardOutput, "");
-    if (example[0] != "sh") {
-      EXPECT_EQ(result.standardError,
-                "tovrin: No text selected or could not copy\n");
+  for (const bool selected : {true, false}) {
+    for (const auto& argv : examples) {
+      SCOPED_TRACE(argv[0]);
+      const ProcessResult result =
+          runProcess("/usr/bin/" + argv[0], argv,
+                     run.environment({{"TOVRIN", TOVRIN_BINARY}}), 30s);
+      EXPECT_EQ(result.exitStatus, selected ? 0 : 1) << result.standardError;
+      std::string printed = "text: " + kEditorText + "\nmethod: accessibility\n";
+      if (argv[0] == "sh") printed = kEditorText + "\n";
+      EXPECT_EQ(result.standardOutput, selected ? printed : "");
+      if (!selected && argv[0] != "sh") {
+        EXPECT_EQ(result.standardError,
+                  "tovrin: No text selected or could not copy\n");
+      }
     }
+    // Nothing selected anywhere: the editor's PRIMARY taken by another
+    // program, and it gives nothing to the copy either.
+    run.takePrimaryAway();
+    ASSERT_TRUE(run.desktop->pressKeys("ctrl+End"));
   }
 }
 
@@ -950,56 +898,37 @@ void hostExamples(Run& run) {
 struct Row {
   const char* name;
   void (*run)(Run&);
-  /// Programs it needs besides the desktop's own.
-  std::vector<const char*> programs;
 };
 
 const Row kRows[] = {
-    {"PermissionAnswers", permissionAnswers, {}},
-    {"EditorReadDirectly", editorReadDirectly, {"mousepad"}},
-    {"EditorCopied", editorCopied, {"gnome-text-editor"}},
-    {"Gtk3EditorCopied", gtk3EditorCopied, {"mousepad"}},
-    {"WordProcessorCopiedWithHtml", wordProcessorCopiedWithHtml, {"abiword"}},
-    {"BrowserCopiedWithHtml", browserCopiedWithHtml, {"chromium"}},
-    {"FilesCopied", filesCopied, {"pcmanfm"}},
-    {"TerminalProgramNotInterrupted", terminalProgramNotInterrupted,
-     {"xterm", "foot"}},
-    {"ClipboardManagerNotMistakenForACopy", clipboardManagerNotMistakenForACopy,
-     {"xfce4-clipman", "mousepad"}},
-    {"KilledRunLosesNothing", killedRunLosesNothing, {}},
-    {"HostLeavingMidRunLosesNothing", hostLeavingMidRunLosesNothing, {}},
+    {"PermissionAnswers", permissionAnswers},
+    {"EditorReadDirectly", editorReadDirectly},
+    {"EditorCopied", editorCopied},
+    {"Gtk3EditorCopied", gtk3EditorCopied},
+    {"QtEditorCopied", qtEditorCopied},
+    {"WordProcessorCopiedWithHtml", wordProcessorCopiedWithHtml},
+    {"BrowserCopiedWithHtml", browserCopiedWithHtml},
+    {"FilesCopied", filesCopied},
+    {"TerminalProgramNotInterrupted", terminalProgramNotInterrupted},
+    {"ClipboardManagerNotMistakenForACopy", clipboardManagerNotMistakenForACopy},
+    {"KilledRunLosesNothing", killedRunLosesNothing},
+    {"HostsThatCloseTheirEndsLoseNothing", hostsThatCloseTheirEndsLoseNothing},
     {"OverlappingRunsNeverAnswerWithTheClipboard",
-     overlappingRunsNeverAnswerWithTheClipboard, {}},
-    {"ClosedStandardStreamsNeitherHangNorLeak",
-     closedStandardStreamsNeitherHangNorLeak, {}},
-    {"FrozenApplicationCostsBoundedTime", frozenApplicationCostsBoundedTime, {}},
-    {"FrozenClipboardOwnerCostsBoundedTime",
-     frozenClipboardOwnerCostsBoundedTime, {}},
-    {"CopiesUnderACyrillicLayout", copiesUnderACyrillicLayout, {}},
-    {"AWindowNameCannotForgeALogLine", aWindowNameCannotForgeALogLine, {}},
+     overlappingRunsNeverAnswerWithTheClipboard},
+    {"FrozenProgramsCostBoundedTime", frozenProgramsCostBoundedTime},
+    {"CopiesUnderACyrillicLayout", copiesUnderACyrillicLayout},
+    {"AWindowNameCannotForgeALogLine", aWindowNameCannotForgeALogLine},
     {"AFrozenDisplayServerDoesNotHoldTheHostUp",
-     aFrozenDisplayServerDoesNotHoldTheHostUp, {}},
-    {"AccessibleGtk3Editor", accessibleGtk3Editor, {"mousepad"}},
-    {"AccessibleGtk4Editor", accessibleGtk4Editor, {"gnome-text-editor"}},
-    {"AccessibleQtEditor", accessibleQtEditor, {"featherpad"}},
-    {"AccessibleBrowserPage", accessibleBrowserPage, {"chromium"}},
-    {"AccessibleFrozenApplication", accessibleFrozenApplication, {"mousepad"}},
-    {"AccessibleActiveApplicationWithoutXDisplay",
-     accessibleActiveApplicationWithoutXDisplay, {"mousepad"}},
-    {"AccessibilityPermissionCommands", accessibilityPermissionCommands, {}},
-    {"HostExamples", hostExamples, {"node", "python3", "jq", "mousepad"}},
+     aFrozenDisplayServerDoesNotHoldTheHostUp},
+    {"AccessibleEditorsAreReadOverAtspi", accessibleEditorsAreReadOverAtspi},
+    {"AccessibleEditorLosingOrFrozen", accessibleEditorLosingOrFrozen},
+    {"AccessibleBrowserPage", accessibleBrowserPage},
+    {"AccessibilityBusWithoutXDisplay", accessibilityBusWithoutXDisplay},
+    {"HostExamples", hostExamples},
 };
 
-const char kAtspiOnWayland[] =
-    "the AT-SPI read is not reliable under a Wayland compositor yet: GTK marks "
-    "no window active there";
-
-const char kNoFileManagerOnMutter[] =
-    "the compositor binds no keys to commands, and a headless session has no "
-    "file manager or terminal that copies with the user's keys";
-
-/// A desktop's column: the rows it cannot run, and why; or the only rows
-/// it runs, and why no other.
+/// A desktop's column: the rows it cannot run and why, or the only rows it
+/// runs and why no other.
 struct Column {
   DesktopKind kind;
   const char* name;
@@ -1009,71 +938,88 @@ struct Column {
   const char* whyOnly = "";
 };
 
+const char kGtkOnX11[] =
+    "a GTK editor's selection is its PRIMARY on X11, read directly; it drops "
+    "it when another program takes PRIMARY";
+const char kAtspiOnWayland[] =
+    "the AT-SPI read is not reliable under a Wayland compositor yet: GTK 4.8 "
+    "marks no window active there, and the bus is found through X11 here";
+
+const char kNotOnWayland[] =
+    "PRIMARY is not read on Wayland: the direct read is AT-SPI's";
+const char kAbiWordOnX11[] = "AbiWord is tried on X11 only";
+const char kExamplesOnX11[] =
+    "the examples do not depend on the desktop: run on X11";
+const char kNoCommandsOnMutter[] =
+    "mutter binds no keys to commands, and a headless session has no file "
+    "manager or terminal that copies with the user's keys";
+const char kFootOnKWin[] =
+    "foot 1.13 ends with SIGFPE as it starts on KWin's virtual output";
+
 const Column kDesktops[] = {
     {DesktopKind::kX11,
      "X11",
      startX11Desktop,
-     {{"EditorCopied",
-       "a GTK editor's selection is its PRIMARY on X11, read directly; it "
-       "drops it when another program takes PRIMARY"},
-      {"Gtk3EditorCopied",
-       "a GTK editor's selection is its PRIMARY on X11, read directly; it "
-       "drops it when another program takes PRIMARY"}}},
+     {{"EditorCopied", kGtkOnX11}, {"Gtk3EditorCopied", kGtkOnX11}}},
     {DesktopKind::kSway,
      "Sway",
      startSwayDesktop,
-     {{"EditorReadDirectly",
-       "PRIMARY is not read on Wayland: the direct read is AT-SPI's"},
-      {"WordProcessorCopiedWithHtml", "AbiWord is tried on X11 only"},
+     {{"EditorReadDirectly", kNotOnWayland},
+      {"WordProcessorCopiedWithHtml", kAbiWordOnX11},
       {"ClipboardManagerNotMistakenForACopy",
        "Debian 12 has no clipboard manager for wlroots compositors"},
-      {"AccessibleGtk3Editor", kAtspiOnWayland},
-      {"AccessibleGtk4Editor", kAtspiOnWayland},
-      {"AccessibleQtEditor", kAtspiOnWayland},
+      {"AccessibleEditorsAreReadOverAtspi", kAtspiOnWayland},
+      {"AccessibleEditorLosingOrFrozen", kAtspiOnWayland},
       {"AccessibleBrowserPage", kAtspiOnWayland},
-      {"AccessibleFrozenApplication", kAtspiOnWayland},
-      {"AccessibleActiveApplicationWithoutXDisplay",
-       "there is no X display to do without"},
-      {"AccessibilityPermissionCommands",
-       "the accessibility bus is found the same way on every desktop: tried "
-       "on X11"},
-      {"HostExamples", "the examples do not depend on the desktop: run on X11"}}},
+      {"AccessibilityBusWithoutXDisplay", kAtspiOnWayland},
+      {"HostExamples", kExamplesOnX11}}},
     {DesktopKind::kWeston,
      "Weston",
      startWestonDesktop,
      {},
      {"PermissionAnswers", "AFrozenDisplayServerDoesNotHoldTheHostUp"},
-     "weston offers neither data-control nor virtual keyboards, as GNOME's "
-     "and KDE's compositors do not: tovrin can only say why it cannot copy"},
+     "weston offers neither data-control nor virtual keyboards: tovrin can "
+     "only say why it cannot copy"},
+    {DesktopKind::kKWin,
+     "KWin",
+     startKWinDesktop,
+     {{"EditorReadDirectly", kNotOnWayland},
+      {"WordProcessorCopiedWithHtml", kAbiWordOnX11},
+      {"FilesCopied",
+       "pcmanfm ends at once on Wayland, and the sway column's file manager "
+       "is a key binding of sway's"},
+      {"TerminalProgramNotInterrupted", kFootOnKWin},
+      {"AWindowNameCannotForgeALogLine", kFootOnKWin},
+      {"ClipboardManagerNotMistakenForACopy",
+       "Klipper needs a Plasma session around it"},
+      {"CopiesUnderACyrillicLayout",
+       "fake input types in KWin's layout, which is a setting of KWin's "
+       "session; the choice of key is the same as on sway"},
+      {"AccessibilityBusWithoutXDisplay",
+       "the accessibility bus is found the same way on every desktop, and "
+       "there is no X display to do without: tried on X11"},
+      {"HostExamples", kExamplesOnX11}}},
     {DesktopKind::kMutter,
      "Mutter",
      startMutterDesktop,
-     {{"EditorReadDirectly",
-       "PRIMARY is not read on Wayland: the direct read is AT-SPI's"},
-      {"WordProcessorCopiedWithHtml", "AbiWord is tried on X11 only"},
-      {"FilesCopied", kNoFileManagerOnMutter},
-      {"TerminalProgramNotInterrupted", kNoFileManagerOnMutter},
+     {{"EditorReadDirectly", kNotOnWayland},
+      {"WordProcessorCopiedWithHtml", kAbiWordOnX11},
+      {"FilesCopied", kNoCommandsOnMutter},
+      {"TerminalProgramNotInterrupted", kNoCommandsOnMutter},
       {"ClipboardManagerNotMistakenForACopy",
        "GNOME has no clipboard manager in Debian 12"},
       {"CopiesUnderACyrillicLayout",
        "the copy sends keysyms, which no layout changes"},
       {"AWindowNameCannotForgeALogLine",
-       "on GNOME the frontmost application's name comes over AT-SPI"},
-      {"AccessibleGtk4Editor",
-       "GTK 4 before 4.10 marks no window active, and GNOME names no "
-       "application otherwise: the copy reads it"},
-      {"AccessibleFrozenApplication",
-       "its editor is GTK 4's, which marks no window active: tovrin cannot "
-       "tell which application to wait for"},
+       "on GNOME the frontmost application's name comes over AT-SPI, from "
+       "applications this row does not start"},
       {"AccessibleBrowserPage",
        "Chromium did not mark its window active over AT-SPI under headless "
        "Mutter here"},
-      {"AccessibleActiveApplicationWithoutXDisplay",
-       "there is no X display to do without"},
-      {"AccessibilityPermissionCommands",
-       "the accessibility bus is found the same way on every desktop: tried "
-       "on X11"},
-      {"HostExamples", "the examples do not depend on the desktop: run on X11"}}},
+      {"AccessibilityBusWithoutXDisplay",
+       "the accessibility bus is found the same way on every desktop, and "
+       "there is no X display to do without: tried on X11"},
+      {"HostExamples", kExamplesOnX11}}},
 };
 
 std::optional<std::string> skipReason(const Column& column, const Row& row) {
@@ -1086,13 +1032,6 @@ std::optional<std::string> skipReason(const Column& column, const Row& row) {
   return found->second;
 }
 
-bool installed(const std::string& program) {
-  for (const char* dir : {"/usr/bin/", "/usr/local/bin/", "/bin/"}) {
-    if (access((dir + program).c_str(), X_OK) == 0) return true;
-  }
-  return false;
-}
-
 class EndToEnd
     : public ::testing::TestWithParam<std::tuple<const Column*, const Row*>> {};
 
@@ -1102,36 +1041,27 @@ TEST_P(EndToEnd, Scenario) {
     GTEST_SKIP() << column->name << " cannot run " << row->name << ": "
                  << *reason;
   }
-  for (const char* program : row->programs) {
-    if (!installed(program)) GTEST_SKIP() << program << " is not installed";
-  }
   std::string error;
   auto desktop = column->start(&error);
-  if (!desktop) {
-    GTEST_SKIP() << "No " << column->name << " desktop could be started: " << error;
-  }
+  if (!desktop) GTEST_SKIP() << "No " << column->name << " desktop: " << error;
   tovrin::testing::Run run(column->kind, std::move(desktop));
   row->run(run);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Desktops, EndToEnd,
-    ::testing::Combine(::testing::ValuesIn([] {
-                         std::vector<const Column*> columns;
-                         for (const Column& column : kDesktops) {
-                           columns.push_back(&column);
-                         }
-                         return columns;
-                       }()),
-                       ::testing::ValuesIn([] {
-                         std::vector<const Row*> rows;
-                         for (const Row& row : kRows) rows.push_back(&row);
-                         return rows;
-                       }())),
-    [](const auto& info) {
-      return std::string(std::get<0>(info.param)->name) + "_" +
-             std::get<1>(info.param)->name;
-    });
+template <typename T, size_t N>
+std::vector<const T*> pointers(const T (&items)[N]) {
+  std::vector<const T*> result;
+  for (const T& item : items) result.push_back(&item);
+  return result;
+}
+
+INSTANTIATE_TEST_SUITE_P(Desktops, EndToEnd,
+                         ::testing::Combine(::testing::ValuesIn(pointers(kDesktops)),
+                                            ::testing::ValuesIn(pointers(kRows))),
+                         [](const auto& info) {
+                           return std::string(std::get<0>(info.param)->name) +
+                                  "_" + std::get<1>(info.param)->name;
+                         });
 
 }  // namespace
 }  // namespace tovrin::testing

@@ -55,12 +55,12 @@ class MutterDesktop : public Desktop {
       std::ifstream(busFile) >> bus_;
       if (!bus_.empty() &&
           std::filesystem::exists(runtime_ + "/tovrin-mutter")) {
-        environment_.push_back("DBUS_SESSION_BUS_ADDRESS=" + bus_);
         std::ifstream(pidFile) >> compositor_;
         SpawnOptions options;
         options.keepInput = true;
         options.captureOutput = true;
         options.showErrors = true;
+        options.environment = {busVariable()};
         const auto holder = spawn({kHolder, "hold"}, options);
         // The interface is on the bus a little after the socket.
         if (holder && readLine(*holder, milliseconds(15000)) == "ready") {
@@ -122,7 +122,9 @@ class MutterDesktop : public Desktop {
     if (selection == Selection::kPrimary && !pressKeys("ctrl+c")) {
       return std::nullopt;
     }
-    const auto result = run({kHolder, "read"}, milliseconds(10000));
+    SpawnOptions options;
+    options.environment = {busVariable()};
+    const auto result = run({kHolder, "read"}, milliseconds(10000), options);
     if (!result || result->exit.code != 0) return std::nullopt;
     const auto text = nlohmann::json::parse(result->output, nullptr, false);
     if (!text.is_string()) return std::nullopt;
@@ -135,6 +137,7 @@ class MutterDesktop : public Desktop {
     SpawnOptions options;
     options.captureOutput = true;
     options.showErrors = true;
+    options.environment = {busVariable()};
     const auto pid = spawn({kHolder, "own", text}, options);
     if (!pid || readLine(*pid, milliseconds(10000)) != "ready" ||
         !waitFor(selection, text)) {
@@ -147,6 +150,10 @@ class MutterDesktop : public Desktop {
   pid_t serverPid() const override { return compositor_; }
 
  private:
+  /// The compositor's bus, for the helper's sessions. Applications get the
+  /// scenario's own (that of its accessibility bus).
+  std::string busVariable() const { return "DBUS_SESSION_BUS_ADDRESS=" + bus_; }
+
   std::string runtime_;
   std::string bus_;
   pid_t compositor_ = -1;

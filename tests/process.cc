@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,37 +14,56 @@
 extern char** environ;
 
 namespace tovrin::testing {
-namespace {
 
-std::vector<std::string> buildEnvironment(
-    const std::map<std::string, std::string>& overrides) {
-  std::map<std::string, std::string> merged;
+pid_t launch(const Launch& how) {
+  // Everything prepared before fork: after it only async-signal-safe calls
+  // are made.
+  std::vector<std::string> environment;
   for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text(*entry);
-    const auto equals = text.find('=');
-    if (equals == std::string::npos) continue;
-    merged[text.substr(0, equals)] = text.substr(equals + 1);
+    environment.emplace_back(*entry);
   }
-  for (const auto& [name, value] : overrides) {
-    if (value.empty()) {
-      merged.erase(name);
-    } else {
-      merged[name] = value;
-    }
+  for (const std::string& change : how.environment) {
+    const std::string name = change.substr(0, change.find('=')) + "=";
+    std::erase_if(environment, [&](const std::string& entry) {
+      return entry.compare(0, name.size(), name) == 0;
+    });
+    if (change.size() >= name.size()) environment.push_back(change);
   }
-  std::vector<std::string> result;
-  for (const auto& [name, value] : merged) result.push_back(name + "=" + value);
-  return result;
-}
+  std::vector<char*> argv;
+  std::vector<char*> envp;
+  for (const std::string& arg : how.argv) {
+    argv.push_back(const_cast<char*>(arg.c_str()));
+  }
+  for (std::string& entry : environment) envp.push_back(entry.data());
+  argv.push_back(nullptr);
+  envp.push_back(nullptr);
+  const char* program = how.program.empty() ? argv[0] : how.program.c_str();
 
-std::vector<char*> pointers(std::vector<std::string>& strings) {
-  std::vector<char*> result;
-  for (auto& s : strings) result.push_back(s.data());
-  result.push_back(nullptr);
-  return result;
+  const pid_t parent = getpid();
+  const pid_t pid = fork();
+  if (pid != 0) {
+    // Both sides set the group, so that it exists whichever runs first.
+    if (pid > 0) setpgid(pid, pid);
+    return pid;
+  }
+  setpgid(0, 0);
+  // Dies with the test instead of lingering after a crash.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(127);
+  // Out of the way first: /dev/null may open as fd 3.
+  const int keep = how.keep >= 0 ? fcntl(how.keep, F_DUPFD, 10) : -1;
+  const int devNull = open("/dev/null", O_RDWR);
+  dup2(how.input >= 0 ? how.input : devNull, 0);
+  dup2(how.output >= 0 ? how.output : devNull, 1);
+  dup2(how.errors >= 0 ? how.errors : devNull, 2);
+  if (keep >= 0) dup2(keep, 3);
+  close_range(keep >= 0 ? 4 : 3, ~0U, 0);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execvpe(program, argv.data(), envp.data());
+  _exit(127);
 }
-
-}  // namespace
 
 StartedProcess startProcess(
     const std::string& program, const std::vector<std::string>& arguments,
@@ -58,24 +77,14 @@ StartedProcess startProcess(
     close(out[1]);
     return process;
   }
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null",
-                                   O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-
-  std::vector<std::string> args = arguments;
-  std::vector<std::string> env = buildEnvironment(environment);
-  auto argv = pointers(args);
-  auto envp = pointers(env);
-  pid_t pid = -1;
-  const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr,
-                                  argv.data(), envp.data());
-  posix_spawn_file_actions_destroy(&actions);
+  Launch how{program, arguments, {}, -1, out[1], err[1]};
+  for (const auto& [name, value] : environment) {
+    how.environment.push_back(value.empty() ? name : name + "=" + value);
+  }
+  const pid_t pid = launch(how);
   close(out[1]);
   close(err[1]);
-  if (spawned != 0) {
+  if (pid < 0) {
     close(out[0]);
     close(err[0]);
     return process;

@@ -33,6 +33,22 @@ struct StartedProcess {
   std::chrono::steady_clock::time_point start;
 };
 
+/// How launch() starts a program.
+struct Launch {
+  /// Looked up in PATH; argv[0] when empty.
+  std::string program;
+  std::vector<std::string> argv;
+  /// "NAME=value" entries set on top of this process's environment; "NAME"
+  /// alone removes that variable.
+  std::vector<std::string> environment;
+  /// Its standard streams (-1: /dev/null), and a descriptor it gets as fd 3.
+  int input = -1, output = -1, errors = -1, keep = -1;
+};
+
+/// Starts a program in a process group of its own, which dies with the
+/// thread that started it; its pid, or -1.
+pid_t launch(const Launch& how);
+
 /// Starts `program` as runProcess does, and returns at once; pid -1 when it
 /// could not be started.
 StartedProcess startProcess(

@@ -1,10 +1,11 @@
 #include "tests/session_processes.h"
 
+#include "tests/process.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,8 +17,6 @@
 #include <fstream>
 #include <thread>
 #include <utility>
-
-extern char** environ;
 
 namespace tovrin::testing {
 namespace {
@@ -53,74 +52,6 @@ std::optional<int> reap(pid_t pid, Clock::time_point deadline) {
     if (Clock::now() >= deadline) return std::nullopt;
     std::this_thread::sleep_for(milliseconds(5));
   }
-}
-
-/// Everything a new process needs, prepared before fork: after it only
-/// async-signal-safe calls are made.
-struct LaunchPlan {
-  std::vector<std::string> argvStorage;
-  std::vector<std::string> envStorage;
-  std::vector<char*> argv;
-  std::vector<char*> envp;
-  int stdinFd = -1;   // -1: /dev/null
-  int stdoutFd = -1;  // -1: /dev/null
-  int stderrFd = -1;  // -1: /dev/null
-  int keepFd = -1;    // inherited as fd 3
-};
-
-void buildPointers(LaunchPlan& plan) {
-  for (auto& arg : plan.argvStorage) plan.argv.push_back(arg.data());
-  plan.argv.push_back(nullptr);
-  for (auto& entry : plan.envStorage) plan.envp.push_back(entry.data());
-  plan.envp.push_back(nullptr);
-}
-
-// This process's environment with `overrides` applied: "NAME=value" sets,
-// "NAME" alone removes.
-std::vector<std::string> environmentWith(
-    const std::vector<std::string>& overrides) {
-  std::vector<std::string> entries;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    entries.emplace_back(*entry);
-  }
-  for (const std::string& override : overrides) {
-    std::string name = override.substr(0, override.find('='));
-    entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                 [&](const std::string& entry) {
-                                   return entry.compare(0, name.size() + 1,
-                                                        name + "=") == 0;
-                                 }),
-                  entries.end());
-    if (override.size() > name.size()) entries.push_back(override);
-  }
-  return entries;
-}
-
-pid_t launch(const LaunchPlan& plan) {
-  pid_t parent = getpid();
-  pid_t pid = fork();
-  if (pid != 0) {
-    // Both sides set the group, so that it exists whichever runs first.
-    if (pid > 0) setpgid(pid, pid);
-    return pid;
-  }
-  setpgid(0, 0);
-  // Dies with the test instead of lingering after a crash.
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) _exit(127);
-  // Out of the way first: /dev/null may open as fd 3.
-  int keep = plan.keepFd >= 0 ? fcntl(plan.keepFd, F_DUPFD, 10) : -1;
-  int devNull = open("/dev/null", O_RDWR);
-  dup2(plan.stdinFd >= 0 ? plan.stdinFd : devNull, 0);
-  dup2(plan.stdoutFd >= 0 ? plan.stdoutFd : devNull, 1);
-  dup2(plan.stderrFd >= 0 ? plan.stderrFd : devNull, 2);
-  if (keep >= 0) dup2(keep, 3);
-  close_range(keep >= 0 ? 4 : 3, ~0U, 0);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  execvpe(plan.argv[0], plan.argv.data(), plan.envp.data());
-  _exit(127);
 }
 
 // A file descriptor holding `data`, read from its start.
@@ -159,12 +90,9 @@ void SessionProcesses::endAll() {
 std::optional<pid_t> SessionProcesses::spawn(
     const std::vector<std::string>& argv, const SpawnOptions& options) {
   if (argv.empty()) return std::nullopt;
-  LaunchPlan plan;
-  plan.argvStorage = argv;
-  std::vector<std::string> environment = options.environment;
-  environment.insert(environment.end(), environment_.begin(),
-                     environment_.end());
-  plan.envStorage = environmentWith(environment);
+  Launch how{"", argv, options.environment};
+  how.environment.insert(how.environment.end(), environment_.begin(),
+                         environment_.end());
   int outputFds[2] = {-1, -1};
   if (options.captureOutput && pipe2(outputFds, O_CLOEXEC) != 0) {
     return std::nullopt;
@@ -178,17 +106,16 @@ std::optional<pid_t> SessionProcesses::spawn(
     closeFd(outputFds[1]);
     return std::nullopt;
   }
-  plan.stdoutFd = outputFds[1];
+  how.output = outputFds[1];
   if (options.keepInput) {
-    plan.stdinFd = inputFds[1];
+    how.input = inputFds[1];
   } else if (options.input) {
-    plan.stdinFd = dataFd(*options.input);
+    how.input = dataFd(*options.input);
   }
-  if (options.showErrors) plan.stderrFd = 2;
-  plan.keepFd = options.keepFd;
-  buildPointers(plan);
-  pid_t pid = launch(plan);
-  closeFd(plan.stdinFd);
+  if (options.showErrors) how.errors = 2;
+  how.keep = options.keepFd;
+  pid_t pid = launch(how);
+  closeFd(how.input);
   closeFd(outputFds[1]);
   if (pid < 0) {
     closeFd(outputFds[0]);

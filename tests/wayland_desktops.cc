@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -142,6 +144,12 @@ class WaylandDesktop : public Desktop {
   /// Whether a window of `id` has the keyboard focus.
   virtual bool focused(const std::string& id) = 0;
 
+  /// The keyboard holder's answer line to `command`.
+  std::optional<std::string> askKeyboard(const std::string& command) {
+    if (keyboard_ < 0 || !writeInput(keyboard_, command + "\n")) return {};
+    return readLine(keyboard_, milliseconds(5000));
+  }
+
   std::string runtime_;
   std::string socket_;
   std::map<std::string, std::string> extraEnvironment_;
@@ -180,7 +188,7 @@ class SwayDesktop : public WaylandDesktop {
   bool start(std::string* error) {
     if (geteuid() == 0) {
       *error = "sway refuses to run as root: run the end-to-end tests as an "
-               "unprivileged user (tests/as_test_user.sh does)";
+               "unprivileged user (scripts/as_test_user.sh does)";
       return false;
     }
     char directory[] = "/tmp/tovrin-sway-config-XXXXXX";
@@ -254,6 +262,101 @@ class WestonDesktop : public WaylandDesktop {
   bool focused(const std::string&) override { return false; }
 };
 
+/// KWin 5.27 on its virtual backend, as a user runs it: KWin offers its
+/// fake input and window list only to the programs its installed .desktop
+/// files authorize, and the session's authorize tovrin and the keyboard
+/// holder the way tovrin's package does.
+class KWinDesktop : public WaylandDesktop {
+ public:
+  bool start(std::string* error) {
+    if (geteuid() == 0) {
+      *error = "KWin is run as an unprivileged user here (tests/as_test_user.sh)";
+      return false;
+    }
+    char directory[] = "/tmp/tovrin-kwin-XXXXXX";
+    if (mkdtemp(directory) == nullptr) {
+      *error = "no folder for KWin";
+      return false;
+    }
+    folder_ = directory;
+    // /usr/bin/kwin_wayland carries a file capability that an unprivileged
+    // user cannot take up; a copy without it runs while it keeps its name.
+    std::error_code failed;
+    std::filesystem::copy_file("/usr/bin/kwin_wayland",
+                               folder_ + "/kwin_wayland", failed);
+    if (failed) {
+      *error = "kwin_wayland is not installed";
+      return false;
+    }
+    // tovrin is authorized by the file its package installs, naming the
+    // binary under test; the keyboard holder by one of its own.
+    const std::string applications = folder_ + "/share/applications/";
+    std::filesystem::create_directories(applications);
+    std::ifstream installed(std::string(TOVRIN_SOURCE_DIR) +
+                            "/data/tovrin.desktop.in");
+    std::string entry((std::istreambuf_iterator<char>(installed)),
+                      std::istreambuf_iterator<char>());
+    const std::string placeholder = "@TOVRIN_INSTALLED_BINARY@";
+    if (const size_t at = entry.find(placeholder); at != std::string::npos) {
+      entry.replace(at, placeholder.size(),
+                    std::filesystem::canonical(TOVRIN_BINARY).string());
+    }
+    std::ofstream(applications + "tovrin.desktop") << entry;
+    std::ofstream(applications + "keyboard_holder.desktop")
+        << "[Desktop Entry]\nType=Application\nName=keyboard_holder\n"
+        << "Exec=" << std::filesystem::canonical(TOVRIN_KEYBOARD_HOLDER).string()
+        << "\nX-KDE-Wayland-Interfaces="
+        << "org_kde_kwin_fake_input,org_kde_plasma_window_management\n";
+    socket_ = "tovrin-kwin";
+    const bool started = startCompositor(
+        {"dbus-run-session", "--", folder_ + "/kwin_wayland", "--virtual",
+         "--width", "1280", "--height", "800", "--no-lockscreen", "--socket",
+         socket_},
+        {"XDG_DATA_DIRS=" + folder_ + "/share:/usr/share",
+         "XDG_CONFIG_HOME=" + folder_ + "/config",
+         "XDG_CACHE_HOME=" + folder_ + "/cache", "QT_QPA_PLATFORM"},
+        [&] { return std::filesystem::exists(runtime_ + "/" + socket_); },
+        error);
+    if (!started) return false;
+    if (holdKeyboard("us")) return true;
+    *error = "KWin did not offer its fake input to the keyboard holder";
+    return false;
+  }
+  ~KWinDesktop() override {
+    endAll();
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+  }
+
+  /// KWin itself, not the bus session around it.
+  pid_t serverPid() const override {
+    const std::string parent = std::to_string(WaylandDesktop::serverPid());
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
+      std::ifstream stat(entry.path() / "stat");
+      std::string pid, name, state, ppid;
+      if (stat >> pid >> name >> state >> ppid && ppid == parent &&
+          name == "(kwin_wayland)") {
+        return std::stoi(pid);
+      }
+    }
+    return -1;
+  }
+
+ private:
+  bool focused(const std::string& id) override {
+    std::string escaped;
+    for (const unsigned char c : id) {
+      char escape[5];
+      std::snprintf(escape, sizeof escape, "\\x%02x", c);
+      escaped += c < 0x20 ? std::string(escape) : std::string(1, c);
+    }
+    return askKeyboard("active") == escaped;
+  }
+
+  std::string folder_;
+};
+
 template <typename D>
 std::unique_ptr<Desktop> started(std::string* error) {
   auto desktop = std::make_unique<D>();
@@ -269,6 +372,10 @@ std::unique_ptr<Desktop> startSwayDesktop(std::string* error) {
 
 std::unique_ptr<Desktop> startWestonDesktop(std::string* error) {
   return started<WestonDesktop>(error);
+}
+
+std::unique_ptr<Desktop> startKWinDesktop(std::string* error) {
+  return started<KWinDesktop>(error);
 }
 
 }  // namespace tovrin::testing

@@ -22,39 +22,6 @@ int msUntil(Clock::time_point deadline) {
   return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
 }
 
-/// Runs `work` on a connection to `display`; false when none opens.
-template <typename Work>
-bool withConnection(const std::string& display, Work work) {
-  xcb_connection_t* connection = xcb_connect(display.c_str(), nullptr);
-  const bool open = xcb_connection_has_error(connection) == 0;
-  if (open) work(connection);
-  xcb_disconnect(connection);
-  return open;
-}
-
-bool windowManagerRuns(const std::string& display) {
-  bool runs = false;
-  withConnection(display, [&](xcb_connection_t* connection) {
-    const xcb_window_t root =
-        xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
-    const char name[] = "_NET_SUPPORTING_WM_CHECK";
-    auto* atom = xcb_intern_atom_reply(
-        connection, xcb_intern_atom(connection, 1, sizeof name - 1, name),
-        nullptr);
-    if (atom != nullptr && atom->atom != XCB_ATOM_NONE) {
-      auto* property = xcb_get_property_reply(
-          connection,
-          xcb_get_property(connection, 0, root, atom->atom, XCB_ATOM_WINDOW, 0,
-                           1),
-          nullptr);
-      runs = property != nullptr && xcb_get_property_value_length(property) == 4;
-      std::free(property);
-    }
-    std::free(atom);
-  });
-  return runs;
-}
-
 const char* selectionName(Selection selection) {
   return selection == Selection::kPrimary ? "primary" : "clipboard";
 }
@@ -115,7 +82,13 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
     auto wm =
         session->spawn({"matchbox-window-manager", "-use_titlebar", "no"});
     if (!wm) return fail("matchbox-window-manager did not start");
-    while (!windowManagerRuns(session->display_)) {
+    // It names its window in _NET_SUPPORTING_WM_CHECK once it runs.
+    auto runs = [&] {
+      const auto check = session->run(
+          {"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}, milliseconds(5000));
+      return check && check->output.find("window id") != std::string::npos;
+    };
+    while (!runs()) {
       if (Clock::now() >= deadline || !session->running(*wm)) {
         return fail("matchbox-window-manager was not ready in time");
       }
@@ -225,16 +198,18 @@ std::optional<pid_t> XvfbSession::own(Selection selection,
 }
 
 std::optional<std::vector<int>> XvfbSession::keysDown() {
+  xcb_connection_t* connection = xcb_connect(display_.c_str(), nullptr);
+  auto* keys = xcb_connection_has_error(connection) == 0
+                   ? xcb_query_keymap_reply(
+                         connection, xcb_query_keymap(connection), nullptr)
+                   : nullptr;
+  xcb_disconnect(connection);
+  if (keys == nullptr) return std::nullopt;
   std::vector<int> down;
-  const bool open = withConnection(display_, [&](xcb_connection_t* connection) {
-    auto* keys = xcb_query_keymap_reply(
-        connection, xcb_query_keymap(connection), nullptr);
-    for (int key = 0; keys != nullptr && key < 256; ++key) {
-      if ((keys->keys[key / 8] & (1 << (key % 8))) != 0) down.push_back(key);
-    }
-    std::free(keys);
-  });
-  if (!open) return std::nullopt;
+  for (int key = 0; key < 256; ++key) {
+    if ((keys->keys[key / 8] & (1 << (key % 8))) != 0) down.push_back(key);
+  }
+  std::free(keys);
   return down;
 }
 

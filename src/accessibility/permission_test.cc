@@ -7,32 +7,21 @@
 namespace tovrin {
 namespace {
 
-using testing::FakeDesktop;
 using Lines = std::vector<std::string>;
 
-TEST(PermissionCommandsTest, CheckReportsTheTrustStateWithoutPrompting) {
+// Checking never prompts; requesting asks with the prompt, once.
+TEST(PermissionCommandsTest, ReportTheTrustStateAndPromptOnlyWhenRequesting) {
   for (const bool trusted : {false, true}) {
-    FakeDesktop desktop;
-    desktop.trusted = trusted;
-    const Response answer = checkAccessibility(desktop);
     const std::string state = trusted ? "true" : "false";
-    EXPECT_EQ(desktop.logLines, Lines{"[tovrin] check-accessibility: " + state});
-    EXPECT_EQ(answer, Response(PermissionResponse{.granted = trusted}));
-    EXPECT_EQ(desktop.trustCalls, Lines{"AXIsProcessTrusted"});
-  }
-}
-
-TEST(PermissionCommandsTest, RequestAsksWithThePromptOnce) {
-  for (const bool trusted : {false, true}) {
-    FakeDesktop desktop;
-    desktop.trusted = trusted;
-    const Response answer = requestAccessibility(desktop);
-    const std::string state = trusted ? "true" : "false";
-    EXPECT_EQ(desktop.logLines,
-              (Lines{"[tovrin] request-accessibility",
-                     "[tovrin] AXIsProcessTrustedWithOptions: " + state}));
-    EXPECT_EQ(answer, Response(PermissionResponse{.granted = trusted}));
-    EXPECT_EQ(desktop.trustCalls, Lines{"AXIsProcessTrustedWithOptions"});
+    testing::FakeDesktop check, request;
+    check.trusted = request.trusted = trusted;
+    EXPECT_EQ(checkAccessibility(check), Response(PermissionResponse{.granted = trusted}));
+    EXPECT_EQ(check.logLines, Lines{"[tovrin] check-accessibility: " + state});
+    EXPECT_EQ(check.operations, Lines{"AXIsProcessTrusted"});
+    EXPECT_EQ(requestAccessibility(request), Response(PermissionResponse{.granted = trusted}));
+    EXPECT_EQ(request.logLines, (Lines{"[tovrin] request-accessibility",
+                                       "[tovrin] AXIsProcessTrustedWithOptions: " + state}));
+    EXPECT_EQ(request.operations, Lines{"AXIsProcessTrustedWithOptions"});
   }
 }
 

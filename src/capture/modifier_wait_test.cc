@@ -2,56 +2,49 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "fake_desktop.h"
 
 namespace tovrin {
 namespace {
 
-using testing::FakeDesktop;
+const std::string kReleased = "[tovrin] Modifier keys released",
+                  kTimeout = "[tovrin] Timeout waiting for modifier keys to release";
 
-constexpr char kReleased[] = "[tovrin] Modifier keys released";
-constexpr char kTimeout[] =
-    "[tovrin] Timeout waiting for modifier keys to release";
-
-TEST(ModifierWaitTest, KeysThatDoNotMakeShortcutsDoNotHoldItUp) {
-  for (const uint64_t flags :
-       {uint64_t{0}, kModifierFlagCapsLock, uint64_t{1} << 21,
-        uint64_t{1} << 23, uint64_t{0xff}}) {
-    FakeDesktop desktop;
-    desktop.modifierTimeline = {{0.0, flags}};
-    EXPECT_TRUE(waitForModifierKeysReleased(desktop));
-    EXPECT_EQ(desktop.logLines, std::vector<std::string>{kReleased});
-    EXPECT_EQ(desktop.modifierReads, 1);
-    EXPECT_EQ(desktop.elapsed(), 0.0);
-  }
-}
-
-TEST(ModifierWaitTest, AKeyHeldThroughoutTimesOutAfterAboutFiftyReads) {
-  for (const uint64_t flags : {kModifierFlagShift, kModifierFlagControl,
-                               kModifierFlagOption, kModifierFlagCommand}) {
-    FakeDesktop desktop;
-    desktop.modifierTimeline = {{0.0, flags | kModifierFlagCapsLock}};
-    EXPECT_FALSE(waitForModifierKeysReleased(desktop));
-    EXPECT_EQ(desktop.logLines, std::vector<std::string>{kTimeout});
-    EXPECT_NEAR(desktop.modifierReads, 50, 1);
-    EXPECT_NEAR(desktop.elapsed(), 0.5, 0.011);
-  }
-}
-
-TEST(ModifierWaitTest, AReleaseIsSeenAtTheNextRead) {
-  FakeDesktop desktop;
-  desktop.modifierTimeline = {{0.0, kModifierFlagCommand}, {0.123, 0}};
-  EXPECT_TRUE(waitForModifierKeysReleased(desktop));
-  EXPECT_EQ(desktop.logLines, std::vector<std::string>{kReleased});
-  EXPECT_NEAR(desktop.elapsed(), 0.13, 1e-9);
-}
-
-TEST(ModifierWaitTest, NoTimeLeftMeansNoRead) {
-  for (const int64_t timeout : {int64_t{0}, int64_t{-5}}) {
-    FakeDesktop desktop;
-    EXPECT_FALSE(waitForModifierKeysReleased(desktop, timeout));
-    EXPECT_EQ(desktop.modifierReads, 0);
-    EXPECT_EQ(desktop.logLines, std::vector<std::string>{kTimeout});
+TEST(ModifierWaitTest, WaitsUntilNoShortcutModifierIsHeldOrTheDeadline) {
+  const uint64_t caps = kModifierFlagCapsLock, command = kModifierFlagCommand;
+  const struct {
+    std::vector<std::pair<double, uint64_t>> timeline;
+    std::optional<int64_t> timeoutMs;  // half a second unless told otherwise
+    bool released;
+    int reads;       // within one
+    double elapsed;  // within 0.011 s
+  } rows[] = {
+      // Keys that make no shortcuts do not hold it up; a key held throughout
+      // times out after about fifty reads; a release is seen at the next
+      // read, 10 ms apart; no time left means no read.
+      {{{0.0, 0}}, 500, true, 1, 0.0},
+      {{{0.0, caps | uint64_t{1} << 21 | uint64_t{1} << 23 | 0xff}}, 500, true, 1, 0.0},
+      {{{0.0, kModifierFlagShift | caps}}, 500, false, 50, 0.5},
+      {{{0.0, kModifierFlagControl}}, 500, false, 50, 0.5},
+      {{{0.0, kModifierFlagOption}}, 500, false, 50, 0.5},
+      {{{0.0, command}}, std::nullopt, false, 50, 0.5},
+      {{{0.0, command}, {0.123, 0}}, 500, true, 14, 0.13},
+      {{{0.0, 0}}, 0, false, 0, 0.0},
+      {{{0.0, 0}}, -5, false, 0, 0.0},
+  };
+  for (const auto& row : rows) {
+    testing::FakeDesktop desktop;
+    desktop.modifierTimeline = row.timeline;
+    EXPECT_EQ(row.timeoutMs ? waitForModifierKeysReleased(desktop, *row.timeoutMs)
+                            : waitForModifierKeysReleased(desktop),
+              row.released);
+    EXPECT_EQ(desktop.logLines,
+              std::vector<std::string>{row.released ? kReleased : kTimeout});
+    const auto& ops = desktop.operations;
+    EXPECT_NEAR(std::count(ops.begin(), ops.end(), "modifierFlags"), row.reads, row.reads > 1);
+    EXPECT_NEAR(desktop.elapsed(), row.elapsed, row.released ? 1e-9 : 0.011);
   }
 }
 

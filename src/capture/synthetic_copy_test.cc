@@ -9,156 +9,133 @@ namespace {
 
 using testing::FakeDesktop;
 using testing::PasteboardContents;
-using testing::PostedKeyEvent;
 using Lines = std::vector<std::string>;
 
-PasteboardContents text(std::string value) {
-  PasteboardContents contents;
-  contents.string = std::move(value);
-  return contents;
+const std::string kLog = "[tovrin] ";
+const std::string kReleased = kLog + "Modifier keys released", kSent = kLog + "CGEvent: Sent Cmd+C",
+                  kRestored = kLog + "CGEvent: Restored original clipboard",
+                  kNoCopy = kLog + "CGEvent: Restored original clipboard (no copy)",
+                  kNoText = kLog + "CGEvent: No text copied";
+// Command-C at the HID tap, down then up, Command alone.
+const std::string kDown = "keyDown 8 flags 1048576 tap 0", kUp = "keyUp 8 flags 1048576 tap 0";
+
+std::string describe(const std::optional<ClipboardCaptureResult>& result) {
+  if (!result) return "nothing";
+  std::string paths;
+  for (const std::string& path : result->filePaths) paths += " " + path;
+  return result->text.value_or("(no text)") + " " + result->html.value_or("(no html)") + paths;
 }
 
-TEST(SyntheticCopyTest, CapturesTextAndPutsTheSavedTextBack) {
-  FakeDesktop desktop;
-  desktop.pasteboard = text("A");
-  desktop.copyResult = text("B");
-  desktop.copyResult->html = "<p>B</p>";
-  const auto result = getSelectedTextViaCGEvent(desktop);
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->text, "B");
-  EXPECT_EQ(result->html, "<p>B</p>");
-  EXPECT_TRUE(result->filePaths.empty());
-  EXPECT_EQ(desktop.currentPasteboard().string, "A");
-  EXPECT_EQ(desktop.operations,
-            (Lines{"lock", "string", "guard A", "modifierFlags", "clear",
-                   "keyDown",
-                   "keyUp", "urlObjects", "items",
-                   "propertyList NSFilenamesPboardType", "string", "types",
-                   "html", "clear", "setString A", "unlock"}));
-  // Command-C, down then up, Command alone, at the HID tap, from a source
-  // of the HID system state.
-  EXPECT_EQ(desktop.eventSourceStates, std::vector<int>{1});
-  ASSERT_EQ(desktop.postedEvents.size(), 2u);
-  for (const PostedKeyEvent& event : desktop.postedEvents) {
-    EXPECT_EQ(event.virtualKey, 8);
-    EXPECT_EQ(event.flags, 0x100000u);
-    EXPECT_EQ(event.tap, 0);
+/// The lines of a text capture: found on `attempt`, then the HTML lookup,
+/// which finds either `html` or nothing.
+Lines captured(const std::string& first, int attempt, size_t chars, std::string html = "") {
+  Lines lines = {first, kSent,
+                 kLog + "CGEvent: Got clipboard on attempt " + std::to_string(attempt) + ": " +
+                     std::to_string(chars) + " chars",
+                 kLog + "Attempting HTML capture...",
+                 kLog + "Checking for direct HTML on clipboard..."};
+  if (html.empty()) {
+    lines.insert(lines.end(), {kLog + "Checking for RTF on clipboard...",
+                               kLog + "No HTML or RTF content found on clipboard"});
+  } else {
+    lines.push_back(kLog + "Found HTML content: " + html);
   }
-  EXPECT_TRUE(desktop.postedEvents[0].keyDown);
-  EXPECT_FALSE(desktop.postedEvents[1].keyDown);
-  EXPECT_EQ(desktop.liveHandles(), 0);
+  lines.push_back(kLog + "HTML capture took 0.000s");
+  return lines;
 }
 
-TEST(SyntheticCopyTest, WaitsForAnotherCopyRunAndGivesUpAfterTwoSeconds) {
-  FakeDesktop waiting;
-  waiting.pasteboard = text("A");
-  waiting.copyResult = text("B");
-  waiting.otherCopyRunSeconds = 1.5;
-  ASSERT_TRUE(getSelectedTextViaCGEvent(waiting));
-  EXPECT_EQ(waiting.operations.front(), "lock");
-  EXPECT_DOUBLE_EQ(waiting.elapsed(), 1.5 + 0.05 + 0.15 + 0.05);
-
-  // Never the clipboard as the answer: the run gives up untouched.
-  FakeDesktop late;
-  late.pasteboard = text("A");
-  late.copyResult = text("B");
-  late.otherCopyRunSeconds = 30;
-  EXPECT_FALSE(getSelectedTextViaCGEvent(late));
-  EXPECT_EQ(late.logLines,
-            Lines{"[tovrin] CGEvent: Another copy is still running"});
-  EXPECT_TRUE(late.operations.empty());
-  EXPECT_TRUE(late.postedEvents.empty());
-  EXPECT_DOUBLE_EQ(late.elapsed(), 2.0);
+Lines operator+(Lines lines, const std::string& line) {
+  lines.push_back(line);
+  return lines;
 }
 
-TEST(SyntheticCopyTest, TextArrivingLateIsFoundOnALaterAttempt) {
-  FakeDesktop desktop;
-  desktop.copyResult = text("late");
-  // Reads happen 0.15, 0.20, 0.25 s after the keys: the third one sees it.
-  desktop.copyDelay = 0.24;
-  const auto result = getSelectedTextViaCGEvent(desktop);
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->text, "late");
-  EXPECT_EQ(desktop.logLines[2],
-            "[tovrin] CGEvent: Got clipboard on attempt 3: 4 chars");
-  // Without saved text the copy stays on the clipboard.
-  EXPECT_EQ(desktop.currentPasteboard().string, "late");
-  EXPECT_DOUBLE_EQ(desktop.elapsed(), 0.05 + 0.15 + 2 * 0.05);
-}
-
-TEST(SyntheticCopyTest, AnEmptyCopyIsNoCopy) {
-  FakeDesktop desktop;
-  desktop.pasteboard = text("");
-  desktop.copyResult = text("");
-  EXPECT_FALSE(getSelectedTextViaCGEvent(desktop));
-  EXPECT_EQ(desktop.logLines,
-            (Lines{"[tovrin] Modifier keys released", "[tovrin] CGEvent: Sent Cmd+C",
-                   "[tovrin] CGEvent: Restored original clipboard (no copy)",
-                   "[tovrin] CGEvent: No text copied"}));
-  // An empty string counts as saved and goes back.
-  EXPECT_EQ(desktop.currentPasteboard().string, "");
-  EXPECT_EQ(desktop.operations.end()[-2], "setString ");
-  EXPECT_DOUBLE_EQ(desktop.elapsed(), 0.05 + 0.15 + 5 * 0.05);
-}
-
-TEST(SyntheticCopyTest, WithoutSavedTextNothingIsWrittenBack) {
-  FakeDesktop desktop;
-  desktop.pasteboard.types = Lines{"public.png"};
-  EXPECT_FALSE(getSelectedTextViaCGEvent(desktop));
-  EXPECT_EQ(desktop.logLines.back(), "[tovrin] CGEvent: No text copied");
-  for (const std::string& operation : desktop.operations) {
-    EXPECT_FALSE(operation.starts_with("setString"));
-  }
-}
-
-TEST(SyntheticCopyTest, FilePathsWinOverTextAndSkipTheHtml) {
-  FakeDesktop desktop;
-  desktop.pasteboard = text("A");
-  PasteboardContents files = text("a.pdf\nb.pdf");
-  files.urlObjects =
-      std::vector<PasteboardURLObject>{{true, "/d/a.pdf"}, {true, "/d/b.pdf"}};
-  desktop.copyResult = files;
-  const auto result = getSelectedTextViaCGEvent(desktop);
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->text, std::nullopt);
-  EXPECT_EQ(result->html, std::nullopt);
-  EXPECT_EQ(result->filePaths, (Lines{"/d/a.pdf", "/d/b.pdf"}));
-  for (const std::string& line : desktop.logLines) {
-    EXPECT_EQ(line.find("HTML"), std::string::npos) << line;
-  }
-  EXPECT_EQ(desktop.logLines.back(), "[tovrin] CGEvent: Restored original clipboard");
-  EXPECT_EQ(desktop.currentPasteboard().string, "A");
-}
-
-TEST(SyntheticCopyTest, AHeldModifierDelaysButDoesNotStopTheCopy) {
-  FakeDesktop desktop;
-  desktop.modifierTimeline = {{0.0, kModifierFlagCommand | kModifierFlagShift}};
-  desktop.copyResult = text("x");
-  ASSERT_TRUE(getSelectedTextViaCGEvent(desktop));
-  EXPECT_EQ(desktop.logLines.front(),
-            "[tovrin] Timeout waiting for modifier keys to release");
-  for (const PostedKeyEvent& event : desktop.postedEvents) {
-    EXPECT_EQ(event.flags, kEventFlagMaskCommand);
-  }
-}
-
-TEST(SyntheticCopyTest, AKeyEventThatCannotBeMadeStillRestoresTheText) {
-  for (const bool downFails : {true, false}) {
-    SCOPED_TRACE(downFails ? "key down" : "key up");
+TEST(SyntheticCopyTest, CopiesWithCommandCAndPutsTheSavedTextBackOnEveryPath) {
+  const PasteboardContents b{.string = "B"}, files{
+      .string = "a.pdf\nb.pdf",
+      .urlObjects = std::vector<PasteboardURLObject>{{true, "/d/a.pdf"}, {true, "/d/b.pdf"}}};
+  const Lines written = {"clear", kDown, kUp, "clear", "setString A"}, kept = {"clear", kDown, kUp};
+  const struct {
+    const char* name;
+    std::optional<std::string> saved;
+    std::optional<PasteboardContents> copy;
+    double copyDelay, otherCopyRun;
+    uint64_t modifiers;
+    bool failKeyDown, failKeyUp;
+    std::string result;
+    Lines lines;
+    double elapsed;
+    std::optional<std::string> after;  // the clipboard's text afterwards
+    Lines writes;  // what changed the clipboard or the keyboard
+  } rows[] = {
+      {"text and HTML", "A", PasteboardContents{.string = "B", .html = "<p>B</p>"}, 0, 0, 0, false,
+       false, "B <p>B</p>", captured(kReleased, 1, 1, "8 chars") + kRestored, 0.25, "A", written},
+      // Reads happen 0.15, 0.20, 0.25 s after the keys: the third sees it.
+      // Without saved text the copy stays on the clipboard.
+      {"late text", std::nullopt, PasteboardContents{.string = "late"}, 0.24, 0, 0, false, false,
+       "late (no html)", captured(kReleased, 3, 4), 0.3, "late", kept},
+      {"behind another copy run", "A", b, 0, 1.5, 0, false, false, "B (no html)",
+       captured(kReleased, 1, 1) + kRestored, 1.75, "A", written},
+      // Never the clipboard as the answer: the run gives up untouched.
+      {"another copy run too long", "A", b, 0, 30, 0, false, false, "nothing",
+       {kLog + "CGEvent: Another copy is still running"}, 2.0, "A", {}},
+      // An empty saved string is saved text and goes back.
+      {"empty copy", "", PasteboardContents{.string = ""}, 0, 0, 0, false, false, "nothing",
+       {kReleased, kSent, kNoCopy, kNoText}, 0.45, "",
+       {"clear", kDown, kUp, "clear", "setString "}},
+      {"no saved text, no copy", std::nullopt, std::nullopt, 0, 0, 0, false, false, "nothing",
+       {kReleased, kSent, kNoText}, 0.45, std::nullopt, kept},
+      // File paths win over text, and no HTML is read.
+      {"files", "A", files, 0, 0, 0, false, false, "(no text) (no html) /d/a.pdf /d/b.pdf",
+       {kReleased, kSent, kLog + "File path strategy #1 (readObjects NSURL): 2",
+        kLog + "Combined file path extraction: 2 unique path(s)",
+        kLog + "CGEvent: Got 2 file path(s)", kRestored},
+       0.25, "A", written},
+      // A held modifier delays the copy but does not stop it.
+      {"modifier held", std::nullopt, PasteboardContents{.string = "x"}, 0, 0,
+       kModifierFlagCommand | kModifierFlagShift, false, false, "x (no html)",
+       captured(kLog + "Timeout waiting for modifier keys to release", 1, 1), 0.7, "x", kept},
+      {"key down cannot be made", "A", b, 0, 0, 0, true, false, "nothing",
+       {kReleased, kLog + "CGEvent: Failed to create key down event", kNoCopy}, 0.05, "A",
+       {"clear", "clear", "setString A"}},
+      {"key up cannot be made", "A", b, 0, 0, 0, false, true, "nothing",
+       {kReleased, kLog + "CGEvent: Failed to create key up event", kNoCopy}, 0.05, "A",
+       {"clear", kDown, "clear", "setString A"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
     FakeDesktop desktop;
-    desktop.pasteboard = text("A");
-    desktop.failKeyDownCreation = downFails;
-    desktop.failKeyUpCreation = !downFails;
-    EXPECT_FALSE(getSelectedTextViaCGEvent(desktop));
-    EXPECT_EQ(desktop.logLines,
-              (Lines{"[tovrin] Modifier keys released",
-                     downFails ? "[tovrin] CGEvent: Failed to create key down event"
-                               : "[tovrin] CGEvent: Failed to create key up event",
-                     "[tovrin] CGEvent: Restored original clipboard (no copy)"}));
-    EXPECT_EQ(desktop.postedEvents.size(), downFails ? 0u : 1u);
-    EXPECT_EQ(desktop.currentPasteboard().string, "A");
+    desktop.pasteboard.string = row.saved;
+    desktop.copyResult = row.copy;
+    desktop.copyDelay = row.copyDelay;
+    desktop.otherCopyRunSeconds = row.otherCopyRun;
+    desktop.modifierTimeline = {{0.0, row.modifiers}};
+    desktop.failKeyDownCreation = row.failKeyDown;
+    desktop.failKeyUpCreation = row.failKeyUp;
+
+    EXPECT_EQ(describe(getSelectedTextViaCGEvent(desktop)), row.result);
+    EXPECT_EQ(desktop.logLines, row.lines);
+    EXPECT_NEAR(desktop.elapsed(), row.elapsed, 1e-9);
+    EXPECT_EQ(desktop.currentPasteboard().string, row.after);
     EXPECT_EQ(desktop.liveHandles(), 0);
+    Lines writes;
+    for (const std::string& op : desktop.operations) {
+      if (op == "clear" || op.starts_with("setString") || op.starts_with("key")) {
+        writes.push_back(op);
+      }
+    }
+    EXPECT_EQ(writes, row.writes);
   }
+}
+
+TEST(SyntheticCopyTest, ReadsAndWritesTheClipboardInOrderUnderTheLock) {
+  FakeDesktop desktop;
+  desktop.pasteboard.string = "A";
+  desktop.copyResult = PasteboardContents{.string = "B", .html = "<p>B</p>"};
+  getSelectedTextViaCGEvent(desktop);
+  EXPECT_EQ(desktop.operations,
+            (Lines{"lock", "string", "guard A", "modifierFlags", "clear", "eventSource 1", kDown,
+                   kUp, "urlObjects", "items", "propertyList NSFilenamesPboardType", "string",
+                   "types", "html", "clear", "setString A", "unlock"}));
 }
 
 }  // namespace

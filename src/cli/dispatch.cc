@@ -34,10 +34,8 @@ int dispatchCommand(Platform& platform,
   const std::string& command = arguments[1];
   for (const Command& candidate : kCommands) {
     if (command == candidate.name) {
-      if (candidate.interrupted != nullptr) {
-        if (auto line = encodeResponse(ErrorResponse{candidate.interrupted})) {
-          platform.setInterruptedAnswer(*line + "\n");
-        }
+      if (auto line = interruptedAnswerFor(arguments)) {
+        platform.setInterruptedAnswer(*line);
       }
       outputResponse(platform, candidate.handler(platform));
       return 0;
@@ -45,6 +43,20 @@ int dispatchCommand(Platform& platform,
   }
   outputError(platform, ErrorResponse{"Unknown command: " + command});
   return 1;
+}
+
+std::optional<std::string> interruptedAnswerFor(
+    const std::vector<std::string>& arguments) {
+  if (arguments.size() < 2) return std::nullopt;
+  for (const Command& candidate : kCommands) {
+    if (arguments[1] != candidate.name || candidate.interrupted == nullptr) {
+      continue;
+    }
+    if (auto line = encodeResponse(ErrorResponse{candidate.interrupted})) {
+      return *line + "\n";
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace tovrin

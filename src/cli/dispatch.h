@@ -1,6 +1,7 @@
 #ifndef TOVRIN_CLI_DISPATCH_H_
 #define TOVRIN_CLI_DISPATCH_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,11 @@ inline constexpr char kUsageMessage[] =
 /// answering it with an ErrorResponse.
 int dispatchCommand(Platform& platform,
                     const std::vector<std::string>& arguments);
+
+/// The line (with its line feed) that the command of `arguments` answers
+/// when interrupted; nothing for a command that answers no such line.
+std::optional<std::string> interruptedAnswerFor(
+    const std::vector<std::string>& arguments);
 
 }  // namespace tovrin
 

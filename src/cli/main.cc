@@ -15,6 +15,11 @@ int main(int argc, char** argv) {
   arguments.reserve(static_cast<size_t>(argc));
   for (int i = 0; i < argc; ++i) arguments.push_back(tovrin::toValidUtf8(argv[i]));
 
+  // Connecting may take a while (KWin reads a connecting program's whole
+  // binary before it answers): a run stopped meanwhile still answers.
+  if (const auto line = tovrin::interruptedAnswerFor(arguments)) {
+    tovrin::setInterruptedAnswerLine(*line);
+  }
   const auto platform = tovrin::createPlatform();
   const int status = tovrin::dispatchCommand(*platform, arguments);
   // A missing or unknown command ends through exit(), which flushes the

@@ -7,112 +7,68 @@
 namespace tovrin {
 namespace {
 
-using testing::FakeDesktop;
 using Lines = std::vector<std::string>;
 
-constexpr char kTypesLine[] =
-    "[tovrin] Available clipboard types: [\"public.html\", \"public.rtf\"]";
+const std::string kLog = "[tovrin] ";
+const std::string kTypes = kLog + "Available clipboard types: [\"public.html\", \"public.rtf\"]",
+                  kHtml = kLog + "Checking for direct HTML on clipboard...",
+                  kRtf = kLog + "Checking for RTF on clipboard...",
+                  kNone = kLog + "No HTML or RTF content found on clipboard",
+                  kConverting = kLog + "Found RTF data: 9 bytes, converting to HTML...",
+                  kConverted = kLog + "Converted RTF to HTML: 16 chars";
 
-FakeDesktop desktopWith(std::optional<std::string> html,
-                        std::optional<std::string> rtf) {
-  FakeDesktop desktop;
-  desktop.pasteboard.types = Lines{"public.html", "public.rtf"};
-  desktop.pasteboard.html = std::move(html);
-  desktop.pasteboard.rtf = std::move(rtf);
-  desktop.rtfConverter = [](std::string_view rtf) -> std::optional<std::string> {
-    if (rtf.empty()) return std::nullopt;
-    return "<p>" + std::string(rtf) + "</p>";
+TEST(HtmlFromClipboardTest, TakesDirectHtmlElseConvertsTheRtf) {
+  const std::optional<Lines> both = Lines{"public.html", "public.rtf"};
+  const struct {
+    std::optional<std::string> html, rtf;
+    std::optional<Lines> types;
+    double htmlSeconds = 0, rtfSeconds = 0;
+    std::optional<std::string> result;
+    Lines lines;
+    double elapsed = 0;
+  } rows[] = {
+      // Direct HTML wins, even empty.
+      {"<b>caf\xC3\xA9</b>", "{\\rtf1 x}", both, 0, 0, "<b>caf\xC3\xA9</b>",
+       {kTypes, kHtml, kLog + "Found HTML content: 11 chars"}},
+      {"", "{\\rtf1 x}", both, 0, 0, "", {kTypes, kHtml, kLog + "Found HTML content: 0 chars"}},
+      {std::nullopt, "{\\rtf1 x}", both, 0, 0, "<p>{\\rtf1 x}</p>",
+       {kTypes, kHtml, kRtf, kConverting, kConverted}},
+      // RTF that does not convert, or converts to bytes that are not UTF-8.
+      {std::nullopt, "", both, 0, 0, std::nullopt,
+       {kTypes, kHtml, kRtf, kLog + "Found RTF data: 0 bytes, converting to HTML...", kNone}},
+      {std::nullopt, "{\\rtf1\xC3(}", both, 0, 0, std::nullopt,
+       {kTypes, kHtml, kRtf, kConverting, kNone}},
+      {std::nullopt, std::nullopt, std::nullopt, 0, 0, std::nullopt, {kHtml, kRtf, kNone}},
+      // A slow read is abandoned after two seconds.
+      {"<b>slow</b>", "{\\rtf1 x}", both, 30, 0, "<p>{\\rtf1 x}</p>",
+       {kTypes, kHtml, kLog + "Clipboard read timed out after 2000ms", kRtf, kConverting,
+        kConverted},
+       2.0},
+      {"<b>slow</b>", "{\\rtf1 x}", both, 30, 30, std::nullopt,
+       {kTypes, kHtml, kLog + "Clipboard read timed out after 2000ms", kRtf,
+        kLog + "Clipboard read timed out after 2000ms", kNone},
+       4.0},
+      // Odd type names stay on one log line.
+      {std::nullopt, std::nullopt, Lines{"a\"b", "c\nd", "e\\f", "text/html"}, 0, 0, std::nullopt,
+       {kLog + "Available clipboard types: [\"a\\\"b\", \"c\\u000ad\", \"e\\\\f\", \"text/html\"]",
+        kHtml, kRtf, kNone}},
+      {std::nullopt, std::nullopt, Lines{}, 0, 0, std::nullopt,
+       {kLog + "Available clipboard types: []", kHtml, kRtf, kNone}},
   };
-  return desktop;
-}
-
-TEST(HtmlFromClipboardTest, DirectHtmlWinsAndTheRtfIsNotRead) {
-  FakeDesktop desktop = desktopWith("<b>caf\xC3\xA9</b>", "{\\rtf1 x}");
-  EXPECT_EQ(getHtmlFromClipboard(desktop), "<b>caf\xC3\xA9</b>");
-  EXPECT_EQ(desktop.logLines,
-            (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
-                   "[tovrin] Found HTML content: 11 chars"}));
-  EXPECT_EQ(desktop.operations, (Lines{"types", "html"}));
-}
-
-TEST(HtmlFromClipboardTest, EmptyHtmlIsStillAnAnswer) {
-  FakeDesktop desktop = desktopWith("", "{\\rtf1 x}");
-  EXPECT_EQ(getHtmlFromClipboard(desktop), "");
-  EXPECT_EQ(desktop.logLines.back(), "[tovrin] Found HTML content: 0 chars");
-}
-
-TEST(HtmlFromClipboardTest, RtfAloneIsConverted) {
-  FakeDesktop desktop = desktopWith(std::nullopt, "{\\rtf1 x}");
-  EXPECT_EQ(getHtmlFromClipboard(desktop), "<p>{\\rtf1 x}</p>");
-  EXPECT_EQ(desktop.logLines,
-            (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
-                   "[tovrin] Checking for RTF on clipboard...",
-                   "[tovrin] Found RTF data: 9 bytes, converting to HTML...",
-                   "[tovrin] Converted RTF to HTML: 16 chars"}));
-}
-
-TEST(HtmlFromClipboardTest, UnreadableOrMissingRtfGivesNothing) {
-  FakeDesktop empty = desktopWith(std::nullopt, "");
-  EXPECT_EQ(getHtmlFromClipboard(empty), std::nullopt);
-  EXPECT_EQ(empty.logLines,
-            (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
-                   "[tovrin] Checking for RTF on clipboard...",
-                   "[tovrin] Found RTF data: 0 bytes, converting to HTML...",
-                   "[tovrin] No HTML or RTF content found on clipboard"}));
-
-  // A converter that gives bytes which are not UTF-8 gave no HTML.
-  FakeDesktop broken = desktopWith(std::nullopt, "{\\rtf1 x}");
-  broken.rtfConverter = [](std::string_view) {
-    return std::optional<std::string>("<p>\xC3(</p>");
-  };
-  EXPECT_EQ(getHtmlFromClipboard(broken), std::nullopt);
-  EXPECT_EQ(broken.logLines,
-            (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
-                   "[tovrin] Checking for RTF on clipboard...",
-                   "[tovrin] Found RTF data: 9 bytes, converting to HTML...",
-                   "[tovrin] No HTML or RTF content found on clipboard"}));
-
-  FakeDesktop neither = desktopWith(std::nullopt, std::nullopt);
-  neither.pasteboard.types.reset();
-  EXPECT_EQ(getHtmlFromClipboard(neither), std::nullopt);
-  EXPECT_EQ(neither.logLines,
-            (Lines{"[tovrin] Checking for direct HTML on clipboard...",
-                   "[tovrin] Checking for RTF on clipboard...",
-                   "[tovrin] No HTML or RTF content found on clipboard"}));
-}
-
-TEST(HtmlFromClipboardTest, ASlowHtmlReadFallsBackToRtfAfterTwoSeconds) {
-  FakeDesktop desktop = desktopWith("<b>slow</b>", "{\\rtf1 x}");
-  desktop.htmlReadSeconds = 30;
-  EXPECT_EQ(getHtmlFromClipboard(desktop), "<p>{\\rtf1 x}</p>");
-  EXPECT_DOUBLE_EQ(desktop.elapsed(), 2.0);
-  EXPECT_EQ(desktop.logLines,
-            (Lines{kTypesLine, "[tovrin] Checking for direct HTML on clipboard...",
-                   "[tovrin] Clipboard read timed out after 2000ms",
-                   "[tovrin] Checking for RTF on clipboard...",
-                   "[tovrin] Found RTF data: 9 bytes, converting to HTML...",
-                   "[tovrin] Converted RTF to HTML: 16 chars"}));
-
-  FakeDesktop bothSlow = desktopWith("<b>slow</b>", "{\\rtf1 x}");
-  bothSlow.htmlReadSeconds = 30;
-  bothSlow.rtfReadSeconds = 30;
-  EXPECT_EQ(getHtmlFromClipboard(bothSlow), std::nullopt);
-  EXPECT_DOUBLE_EQ(bothSlow.elapsed(), 4.0);
-  EXPECT_EQ(bothSlow.logLines.back(),
-            "[tovrin] No HTML or RTF content found on clipboard");
-}
-
-TEST(HtmlFromClipboardTest, OddTypeNamesStayOnOneLogLine) {
-  FakeDesktop desktop;
-  desktop.pasteboard.types = Lines{"a\"b", "c\nd", "e\\f", "text/html"};
-  getHtmlFromClipboard(desktop);
-  EXPECT_EQ(desktop.logLines.front(),
-            "[tovrin] Available clipboard types: [\"a\\\"b\", \"c\\u000ad\", "
-            "\"e\\\\f\", \"text/html\"]");
-  FakeDesktop none;
-  none.pasteboard.types = Lines{};
-  getHtmlFromClipboard(none);
-  EXPECT_EQ(none.logLines.front(), "[tovrin] Available clipboard types: []");
+  for (const auto& row : rows) {
+    testing::FakeDesktop desktop;
+    desktop.pasteboard = {.types = row.types, .html = row.html, .rtf = row.rtf};
+    desktop.extraSeconds = {{"html", row.htmlSeconds}, {"rtf", row.rtfSeconds}};
+    desktop.rtfConverter = [](std::string_view rtf) -> std::optional<std::string> {
+      if (rtf.empty()) return std::nullopt;
+      return "<p>" + std::string(rtf) + "</p>";
+    };
+    EXPECT_EQ(getHtmlFromClipboard(desktop), row.result);
+    EXPECT_EQ(desktop.logLines, row.lines);
+    EXPECT_DOUBLE_EQ(desktop.elapsed(), row.elapsed);
+    // The RTF is not read when there is HTML.
+    EXPECT_EQ(desktop.operations.back(), row.result && row.result == row.html ? "html" : "rtf");
+  }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // keyboard_holder [LAYOUT]: keeps a virtual keyboard on the seat of
 // $WAYLAND_DISPLAY for as long as it runs, and presses keys on it for the
-// tests.
+// tests. Under KWin, which has no virtual keyboards, it types through
+// KWin's fake input instead (in KWin's own layout), and answers which
+// window is active.
 //
 // A compositor without input devices (sway on its headless backend) gives
 // its seat no keyboard: applications never bind one, and keys that a
@@ -11,6 +13,8 @@
 // On standard input, one command a line:
 //   ctrl+a, ctrl+shift+Left, shift+End, Return   presses those keys
 //   layout ru                                    gives the keyboard that layout
+//   active            (KWin) answers the active window's app id, or "none",
+//                     bytes below 0x20 as \xNN
 // Keys are keysym names, looked up in the keymap; a keysym the layout does
 // not have (a Latin letter under "ru") is the key at its US position, as a
 // person would press it. Each command is answered on standard output, once
@@ -35,6 +39,8 @@
 #include <string>
 #include <vector>
 
+#include "fake-input-client.h"
+#include "plasma-window-management-client.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 
 namespace {
@@ -42,7 +48,63 @@ namespace {
 struct Globals {
   wl_seat* seat = nullptr;
   zwp_virtual_keyboard_manager_v1* manager = nullptr;
+  org_kde_kwin_fake_input* fakeInput = nullptr;
+  org_kde_plasma_window_management* windows = nullptr;
+  std::vector<std::string> uuids;  // KWin's windows, as it announces them
 };
+
+struct PlasmaWindow {
+  std::string appId;
+  bool active = false;
+};
+
+template <typename... Arguments>
+void ignore(void*, Arguments...) {}
+
+const org_kde_plasma_window_listener kWindowListener = {
+    ignore, [](void* data, org_kde_plasma_window*, const char* appId) {
+      static_cast<PlasmaWindow*>(data)->appId = appId;
+    },
+    [](void* data, org_kde_plasma_window*, uint32_t flags) {
+      static_cast<PlasmaWindow*>(data)->active =
+          (flags & ORG_KDE_PLASMA_WINDOW_MANAGEMENT_STATE_ACTIVE) != 0;
+    },
+    ignore, ignore, ignore, ignore, ignore, ignore, ignore, ignore, ignore,
+    ignore, ignore, ignore, ignore, ignore};
+
+const org_kde_plasma_window_management_listener kWindowsListener = {
+    ignore, ignore, ignore, ignore,
+    [](void* data, org_kde_plasma_window_management*, uint32_t,
+       const char* uuid) {
+      static_cast<Globals*>(data)->uuids.emplace_back(uuid);
+    }};
+
+/// The app id of KWin's active window; "none" when no window is active.
+std::string activeWindow(wl_display* display, Globals& globals) {
+  std::vector<std::unique_ptr<PlasmaWindow>> windows;
+  std::vector<org_kde_plasma_window*> handles;
+  for (const std::string& uuid : globals.uuids) {
+    windows.push_back(std::make_unique<PlasmaWindow>());
+    handles.push_back(org_kde_plasma_window_management_get_window_by_uuid(
+        globals.windows, uuid.c_str()));
+    org_kde_plasma_window_add_listener(handles.back(), &kWindowListener,
+                                       windows.back().get());
+  }
+  wl_display_roundtrip(display);
+  std::string active = "none";
+  for (size_t i = 0; i < windows.size(); ++i) {
+    if (windows[i]->active) {
+      active.clear();
+      for (const unsigned char c : windows[i]->appId) {
+        char escape[5];
+        std::snprintf(escape, sizeof escape, "\\x%02x", c);
+        active += c < 0x20 ? std::string(escape) : std::string(1, c);
+      }
+    }
+    org_kde_plasma_window_destroy(handles[i]);
+  }
+  return active;
+}
 
 void onGlobal(void* data, wl_registry* registry, uint32_t name,
               const char* interface, uint32_t) {
@@ -56,6 +118,18 @@ void onGlobal(void* data, wl_registry* registry, uint32_t name,
     globals->manager = static_cast<zwp_virtual_keyboard_manager_v1*>(
         wl_registry_bind(registry, name,
                          &zwp_virtual_keyboard_manager_v1_interface, 1));
+  } else if (std::strcmp(interface, org_kde_kwin_fake_input_interface.name) ==
+             0) {
+    globals->fakeInput = static_cast<org_kde_kwin_fake_input*>(
+        wl_registry_bind(registry, name, &org_kde_kwin_fake_input_interface, 4));
+  } else if (std::strcmp(interface,
+                         org_kde_plasma_window_management_interface.name) ==
+             0) {
+    globals->windows = static_cast<org_kde_plasma_window_management*>(
+        wl_registry_bind(registry, name,
+                         &org_kde_plasma_window_management_interface, 16));
+    org_kde_plasma_window_management_add_listener(globals->windows,
+                                                  &kWindowsListener, globals);
   }
 }
 
@@ -115,9 +189,10 @@ uint32_t nowMs() {
 class Holder {
  public:
   Holder(wl_display* display, zwp_virtual_keyboard_v1* keyboard,
-         xkb_context* context)
+         org_kde_kwin_fake_input* fakeInput, xkb_context* context)
       : display_(display),
         keyboard_(keyboard),
+        fakeInput_(fakeInput),
         context_(context),
         usKeymap_(compile(context, "us")) {}
 
@@ -126,6 +201,12 @@ class Holder {
   std::string setLayout(const std::string& layout) {
     Keymap keymap = compile(context_, layout);
     if (!keymap) return "no keymap for layout " + layout;
+    if (keyboard_ == nullptr) {
+      // Fake input types in KWin's layout, which is KWin's setting.
+      if (keymap_) return "KWin's layout is not the keyboard's to change";
+      keymap_ = std::move(keymap);
+      return "";
+    }
     char* text =
         xkb_keymap_get_as_string(keymap.get(), XKB_KEYMAP_FORMAT_TEXT_V1);
     if (text == nullptr) return "keymap not serialised";
@@ -176,12 +257,35 @@ class Holder {
 
     // Evdev codes: the keymap's codes less 8.
     const uint32_t code = key->keycode - 8;
+    if (keyboard_ == nullptr) return pressFake(mods, code);
     zwp_virtual_keyboard_v1_modifiers(keyboard_, mods, 0, 0, 0);
     zwp_virtual_keyboard_v1_key(keyboard_, nowMs(), code,
                                 WL_KEYBOARD_KEY_STATE_PRESSED);
     zwp_virtual_keyboard_v1_key(keyboard_, nowMs(), code,
                                 WL_KEYBOARD_KEY_STATE_RELEASED);
     zwp_virtual_keyboard_v1_modifiers(keyboard_, 0, 0, 0, 0);
+    return "";
+  }
+
+  /// Fake input has no modifiers of its own: KWin takes them from the
+  /// modifier keys pressed.
+  std::string pressFake(uint32_t mods, uint32_t code) {
+    const std::pair<const char*, uint32_t> modifierKeys[] = {
+        {XKB_MOD_NAME_CTRL, 29}, {XKB_MOD_NAME_SHIFT, 42},
+        {XKB_MOD_NAME_ALT, 56}, {XKB_MOD_NAME_LOGO, 125}};
+    std::vector<uint32_t> keys;
+    for (const auto& [name, evdev] : modifierKeys) {
+      if ((mods & modifierMask(keymap_.get(), name)) != 0) keys.push_back(evdev);
+    }
+    keys.push_back(code);
+    for (const uint32_t key : keys) {
+      org_kde_kwin_fake_input_keyboard_key(fakeInput_, key,
+                                           WL_KEYBOARD_KEY_STATE_PRESSED);
+    }
+    for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+      org_kde_kwin_fake_input_keyboard_key(fakeInput_, *key,
+                                           WL_KEYBOARD_KEY_STATE_RELEASED);
+    }
     return "";
   }
 
@@ -205,6 +309,7 @@ class Holder {
 
   wl_display* display_;
   zwp_virtual_keyboard_v1* keyboard_;
+  org_kde_kwin_fake_input* fakeInput_;
   xkb_context* context_;
   Keymap keymap_;
   Keymap usKeymap_;
@@ -224,15 +329,20 @@ int main(int argc, char** argv) {
   wl_registry_add_listener(wl_display_get_registry(display), &listener,
                            &globals);
   if (wl_display_roundtrip(display) < 0 || globals.seat == nullptr ||
-      globals.manager == nullptr) {
+      (globals.manager == nullptr && globals.fakeInput == nullptr)) {
     std::fprintf(stderr, "keyboard_holder: no seat or no virtual keyboards\n");
     return 1;
   }
-  zwp_virtual_keyboard_v1* keyboard =
-      zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(globals.manager,
-                                                              globals.seat);
+  zwp_virtual_keyboard_v1* keyboard = nullptr;
+  if (globals.manager != nullptr) {
+    keyboard = zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(
+        globals.manager, globals.seat);
+  } else {
+    org_kde_kwin_fake_input_authenticate(globals.fakeInput, "keyboard_holder",
+                                         "the tests' keys");
+  }
   xkb_context* context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
-  Holder holder(display, keyboard, context);
+  Holder holder(display, keyboard, globals.fakeInput, context);
   const std::string error = holder.setLayout(layout);
   if (!error.empty()) {
     std::fprintf(stderr, "keyboard_holder: %s\n", error.c_str());
@@ -257,6 +367,11 @@ int main(int argc, char** argv) {
       const std::string line = pending.substr(0, end);
       pending.erase(0, end + 1);
       std::string result;
+      if (line == "active" && globals.windows != nullptr) {
+        std::printf("%s\n", activeWindow(display, globals).c_str());
+        std::fflush(stdout);
+        continue;
+      }
       if (line.rfind("layout ", 0) == 0) {
         result = holder.setLayout(line.substr(7));
       } else {
@@ -265,7 +380,7 @@ int main(int argc, char** argv) {
       if (!holder.answer(result)) return 1;
     }
   }
-  zwp_virtual_keyboard_v1_destroy(keyboard);
+  if (keyboard != nullptr) zwp_virtual_keyboard_v1_destroy(keyboard);
   wl_display_roundtrip(display);
   xkb_context_unref(context);
   wl_display_disconnect(display);

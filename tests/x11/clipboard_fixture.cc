@@ -1,6 +1,7 @@
 #include "tests/x11/clipboard_fixture.h"
 
 #include <X11/Xatom.h>
+#include <X11/Xutil.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -23,7 +24,7 @@ bool waitUntil(const std::function<bool()>& condition, milliseconds timeout) {
   return true;
 }
 
-milliseconds readAgainst(std::unique_ptr<HostileOwner>& owner,
+milliseconds readAgainst(std::unique_ptr<TestOwner>& owner,
                          const std::function<void()>& read,
                          milliseconds limit) {
   milliseconds took{0};
@@ -58,14 +59,14 @@ Strings urlsOf(const std::vector<PasteboardItem>& items) {
   return urls;
 }
 
-void ClipboardX11Test::SetUp() {
+void X11Test::SetUp() {
   XvfbTest::SetUp();
   if (IsSkipped()) return;
   probe_ = SelectionConnection::open(xvfb().display());
   ASSERT_TRUE(probe_);
 }
 
-void ClipboardX11Test::TearDown() {
+void X11Test::TearDown() {
   probe_.reset();
   XvfbTest::TearDown();
 }
@@ -73,60 +74,79 @@ void ClipboardX11Test::TearDown() {
 std::unique_ptr<X11Pasteboard> openPasteboard(
     const std::string& display, std::chrono::milliseconds timeout) {
   std::unique_ptr<X11Pasteboard> pasteboard;
-  waitUntil([&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; },
-            timeout);
+  waitUntil(
+      [&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; },
+      timeout);
   return pasteboard;
 }
 
-std::unique_ptr<X11Pasteboard> ClipboardX11Test::newPasteboard() {
+std::unique_ptr<X11Pasteboard> X11Test::newPasteboard() {
   auto pasteboard = openPasteboard(xvfb().display());
   EXPECT_TRUE(pasteboard);
   return pasteboard;
 }
 
-Atom ClipboardX11Test::atom(const char* name) {
+Atom X11Test::atom(const char* name) {
   return XInternAtom(probe_->display(), name, False);
 }
 
-Window ClipboardX11Test::clipboardOwner() {
+Window X11Test::clipboardOwner() {
   return XGetSelectionOwner(probe_->display(), atom("CLIPBOARD"));
 }
 
-pid_t ClipboardX11Test::xclipOwns(const std::string& target,
-                                  const std::string& data) {
+std::string X11Test::namesOf(const std::vector<uint32_t>& atoms) {
+  std::string names;
+  for (auto& name : atomNames(display(), {atoms.begin(), atoms.end()})) {
+    names += (names.empty() ? "" : " ") + name.value_or("None");
+  }
+  return names;
+}
+
+pid_t X11Test::xclipOwns(const std::string& target, const std::string& data) {
   Window before = clipboardOwner();
   SpawnOptions options;
   options.input = data;
   auto pid = xvfb().spawn(
       {"xclip", "-quiet", "-selection", "clipboard", "-t", target, "-i"},
       options);
-  EXPECT_TRUE(pid);
-  if (!pid) return -1;
-  EXPECT_TRUE(waitUntil(
-      [&] {
-        Window owner = clipboardOwner();
-        return owner != None && owner != before;
-      },
-      seconds(5)))
+  EXPECT_TRUE(pid && waitUntil(
+                         [&] {
+                           Window owner = clipboardOwner();
+                           return owner != None && owner != before;
+                         },
+                         seconds(5)))
       << "xclip did not take CLIPBOARD";
-  return *pid;
+  return pid.value_or(-1);
 }
 
-std::optional<std::string> ClipboardX11Test::xclipReads(
-    const std::string& target) {
+std::optional<std::string> X11Test::xclipReads(const std::string& target) {
   auto result = xvfb().run(
       {"xclip", "-o", "-selection", "clipboard", "-t", target}, seconds(5));
   if (!result || result->exit.code != 0) return std::nullopt;
   return result->output;
 }
 
-pid_t ClipboardX11Test::clipboardOwnerPid() {
-  Window owner = clipboardOwner();
-  if (owner == None) return -1;
-  auto value = readProperty(probe_->display(), owner, atom("_NET_WM_PID"));
-  if (!value || value->type != XA_CARDINAL) return -1;
-  std::vector<uint32_t> pids = value->values32();
-  return pids.size() == 1 ? static_cast<pid_t>(pids.front()) : -1;
+pid_t X11Test::clipboardOwnerPid() {
+  auto value = readProperty(display(), clipboardOwner(), atom("_NET_WM_PID"));
+  if (!value || value->type != XA_CARDINAL || value->values32().size() != 1) {
+    return -1;
+  }
+  return static_cast<pid_t>(value->values32().front());
+}
+
+Window mapTestWindow(Display* display, Window parent, int x, int y,
+                     const char* wmClass, long eventMask) {
+  Window window = XCreateSimpleWindow(display, parent, x, y, 400, 300, 0, 0,
+                                      WhitePixel(display, 0));
+  std::string name = wmClass != nullptr ? wmClass : "";
+  XClassHint hint = {name.data(), name.data()};
+  if (wmClass != nullptr) XSetClassHint(display, window, &hint);
+  XSelectInput(display, window, eventMask);
+  XMapWindow(display, window);
+  // Without a window manager nothing redirects the map: once the server
+  // has the request, the window is viewable.
+  XSync(display, False);
+  return window;
 }
 
 }  // namespace tovrin::testing

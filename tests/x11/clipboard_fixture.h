@@ -1,9 +1,8 @@
 #ifndef TOVRIN_TESTS_X11_CLIPBOARD_FIXTURE_H_
 #define TOVRIN_TESTS_X11_CLIPBOARD_FIXTURE_H_
 
-// What the tests of X11 selections share: a private X server with a probe
-// connection to look at CLIPBOARD, xclip as an independent owner and reader,
-// and bounded waits.
+// What the X11 tests share: a private X server with a probe connection to
+// look at it, xclip as an independent owner and reader, and bounded waits.
 
 // GoogleTest names things that Xlib defines as macros (None, Bool), so it
 // comes before any X11 header.
@@ -24,7 +23,7 @@
 #include "platform/platform.h"
 #include "platform/x11/pasteboard.h"
 #include "platform/x11/selection.h"
-#include "tests/x11/hostile_owner.h"
+#include "tests/x11/test_owner.h"
 #include "tests/xvfb_session.h"
 
 namespace tovrin::testing {
@@ -50,7 +49,7 @@ std::chrono::milliseconds timed(F&& work) {
 /// ended, which stops its flood, so that a reader that only looks at its
 /// deadline when no event is queued ends too. A read still running 30 s
 /// later ends the test program.
-std::chrono::milliseconds readAgainst(std::unique_ptr<HostileOwner>& owner,
+std::chrono::milliseconds readAgainst(std::unique_ptr<TestOwner>& owner,
                                       const std::function<void()>& read,
                                       std::chrono::milliseconds limit);
 
@@ -59,8 +58,6 @@ Strings pathsOf(const std::vector<PasteboardURLObject>& urls);
 /// The file-URL texts of items, "-" for an item without one.
 Strings urlsOf(const std::vector<PasteboardItem>& items);
 
-/// A test on its own X server with a probe connection for looking at
-/// CLIPBOARD from outside.
 /// The pasteboard of `display`, opened again until `timeout` passes: on a
 /// machine loaded by sanitizers and parallel tests a connection can take
 /// longer than tovrin's one-second bound, which these tests are not about.
@@ -68,14 +65,23 @@ std::unique_ptr<X11Pasteboard> openPasteboard(
     const std::string& display,
     std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-class ClipboardX11Test : public XvfbTest {
+/// Maps a window of `parent` at x, y (400 x 300), selecting `eventMask`, with
+/// WM_CLASS `wmClass` unless that is null, and waits until the server has.
+Window mapTestWindow(Display* display, Window parent, int x, int y,
+                     const char* wmClass, long eventMask = NoEventMask);
+
+/// A test on its own X server with a probe connection for looking at it.
+class X11Test : public XvfbTest {
  protected:
   void SetUp() override;
   void TearDown() override;
 
+  Display* display() { return probe_->display(); }
   std::unique_ptr<X11Pasteboard> newPasteboard();
   Atom atom(const char* name);
   Window clipboardOwner();
+  /// The names of `atoms`, separated by spaces; "None" for 0.
+  std::string namesOf(const std::vector<uint32_t>& atoms);
   /// Starts xclip owning CLIPBOARD with `data` under `target` and waits
   /// until it owns it.
   pid_t xclipOwns(const std::string& target, const std::string& data);

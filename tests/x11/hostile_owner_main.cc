@@ -1,6 +1,6 @@
-// Runs one HostileOwner as a process of its own, for the benchmarks:
+// Runs one hostile TestOwner as a process of its own, for the benchmarks:
 //
-//   hostile_owner silent|endless-slow|endless-fast|huge|huge-unannounced
+//   hostile_owner silent|stalls|endless-slow|endless-fast|huge|huge-unannounced
 //
 // Takes CLIPBOARD on $DISPLAY, prints "owns" and a newline once it does, and
 // serves until SIGTERM, SIGINT or SIGHUP.
@@ -9,17 +9,23 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
-#include "tests/x11/hostile_owner.h"
+#include "tests/x11/test_owner.h"
 
 int main(int argc, char** argv) {
-  auto hostility =
-      argc == 2 ? tovrin::testing::hostilityNamed(argv[1]) : std::nullopt;
-  if (!hostility) {
-    std::fprintf(
-        stderr,
-        "usage: %s silent|endless-slow|endless-fast|huge|huge-unannounced\n",
-        argv[0]);
+  using tovrin::testing::Behaviour;
+  // In the order of Behaviour.
+  const std::string kinds[] = {
+      "",     "silent",          "stalls", "endless-slow", "endless-fast",
+      "huge", "huge-unannounced"};
+  int kind = 1;
+  while (argc == 2 && kind < 7 && kinds[kind] != argv[1]) ++kind;
+  if (argc != 2 || kind == 7) {
+    std::fprintf(stderr,
+                 "usage: %s silent|stalls|endless-slow|endless-fast|huge|"
+                 "huge-unannounced\n",
+                 argv[0]);
     return 2;
   }
   // Blocked before the serving thread starts, so that only sigwait sees them.
@@ -28,14 +34,13 @@ int main(int argc, char** argv) {
   for (int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const char* display = std::getenv("DISPLAY");
-  tovrin::testing::HostileOwner owner(display ? display : "", *hostility);
+  tovrin::testing::TestOwner owner(display ? display : "",
+                                   static_cast<Behaviour>(kind));
   if (!owner.owns()) {
     std::fprintf(stderr, "could not take CLIPBOARD\n");
     return 1;
   }
   std::printf("owns\n");
   std::fflush(stdout);
-  int received = 0;
-  sigwait(&signals, &received);
-  return 0;
+  sigwait(&signals, &kind);
 }

@@ -83,7 +83,6 @@ class FakeAtspiBus : public AtspiBus {
   }
   BusReply<std::vector<uint32_t>> states(const AccessibleRef& object,
                                          nanoseconds deadline) override {
-    ++stateQueries;
     const Node& node = find(object);
     // Other states set around FOCUSED, as real objects have them.
     uint32_t word = (1u << 8) | (1u << 11);
@@ -124,7 +123,6 @@ class FakeAtspiBus : public AtspiBus {
 
   bool registryUp = true, collection = true;
   nanoseconds callCost = milliseconds(1);
-  int stateQueries = 0;
   AtspiReadLimits limits;  // what the test reads with
 
  private:
@@ -252,13 +250,9 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
       {"the active window's focus", ok, "second",
        [](Bus& b) { twoApps(b, true); }},
       // Wayland tells no process: the application with the active window.
-      {"any process: the active window's", ok, "second",
-       [](Bus& b) { twoApps(b, true); }, anyPid},
       {"any process: the other's active window", ok, "other",
        [](Bus& b) { twoApps(b, false)["/window"].flags = "A"; }, anyPid, {},
        "Mousepad (GTK)"},
-      {"any process, no active window", disabled, "",
-       [](Bus& b) { twoApps(b, false); }, anyPid},
       // GTK before 4.10 marks no window active: the compositor names the
       // active application by its app id.
       {"no active window: the app id's", ok, "other",
@@ -276,26 +270,18 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
        [](Bus& b) { browser(b), b.limits.maxEmbedded = 3; }},
       {"embedded objects nested too deep", none, "",
        [](Bus& b) { browser(b), b.limits.maxEmbeddedDepth = 1; }},
-      {"an object that stands for itself", none, "",
-       [](Bus& b) { browser(b)["/p2"].links[7] = "/p2"; }},
       {"an embedded object freezes", late, "",
        [](Bus& b) { browser(b)["/link"].flags = "Z"; }},
       {"the registry does not answer", disabled, "",
        [](Bus& b) { editor(b), b.registryUp = false; }},
-      {"the process has no application", disabled, "",
-       [](Bus& b) { editor(b); }, 7},
       {"the focused element has no Text", disabled, "",
        [](Bus& b) { editor(b)["/view"].flags = "FN"; }},
       {"nothing focused", none, "",
        [](Bus& b) { editor(b)["/view"].flags = ""; }},
       {"nothing selected", none, "",
        [](Bus& b) { editor(b)["/view"].selections = {}; }},
-      {"only empty selections", none, "",
-       [](Bus& b) { editor(b)["/view"].selections = {{4, 4}, {2, 2}}; }},
       {"the application freezes", late, "",
        [](Bus& b) { editor(b)["/root"].flags = "Z"; }},
-      {"the application freezes during the walk", late, "",
-       [](Bus& b) { b.collection = false, editor(b)["/pane"].flags = "Z"; }},
       {"the focused element freezes", late, "",
        [](Bus& b) { editor(b)["/view"].flags = "FZ"; }},
       {"a huge tree walked only so far", none, "",
@@ -317,8 +303,6 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
         EXPECT_EQ(read.source, c.source);
       }
       EXPECT_LE(bus.now() - start, bus.limits.budget);
-      // The walk, and the look for the active window before it.
-      EXPECT_LE(bus.stateQueries, bus.limits.maxNodes + 1);
     }
   }
 }
@@ -326,7 +310,6 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
 TEST(AtspiReaderTest, AnApplicationIsKnownByItsAppIdOrItsLastPart) {
   EXPECT_TRUE(sameApplicationName("Chromium", "chromium"));
   EXPECT_TRUE(sameApplicationName("kate", "org.kde.kate"));
-  EXPECT_TRUE(sameApplicationName("gnome-text-editor", "gnome-text-editor"));
   EXPECT_TRUE(sameApplicationName("Text Editor", "org.gnome.TextEditor"));
   EXPECT_FALSE(
       sameApplicationName("gnome-text-editor", "org.gnome.TextEditor"));

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -13,17 +12,12 @@
 #include <memory>
 #include <thread>
 
+#include "platform/system.h"
+
 namespace tovrin {
 namespace {
 
 using namespace std::chrono_literals;
-
-std::chrono::nanoseconds monotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::chrono::seconds(now.tv_sec) +
-         std::chrono::nanoseconds(now.tv_nsec);
-}
 
 /// Whether connecting to `address` gives up by itself, with no connection,
 /// well after its deadline of 100 ms but before a test would hang on it.
@@ -32,7 +26,7 @@ bool connectionRefusedInTime(const std::string& address) {
   auto done = std::make_shared<std::promise<bool>>();
   std::future<bool> refused = done->get_future();
   std::thread([done, address] {
-    done->set_value(SdAtspiBus::connect(address, monotonicNow() + 100ms) ==
+    done->set_value(SdAtspiBus::connect(address, monotonicClockNow() + 100ms) ==
                     nullptr);
   }).detach();
   return refused.wait_for(5s) == std::future_status::ready && refused.get();

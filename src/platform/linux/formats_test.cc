@@ -22,13 +22,9 @@ TEST(DecodeHtmlTest, FollowsTheByteOrderMarkAndRepairsBrokenUnits) {
       {"\xFF\xFE<\0b\0>\0\xE9\0\x3D\xD8\x00\xDE<\0/\0b\0>\0\0\0"s, bold},
       {"\xFE\xFF\0<\0b\0>\0\xE9\xD8\x3D\xDE\x00\0<\0/\0b\0>\0\0"s, bold},
       {"\xEF\xBB\xBF<p>x</p>", "<p>x</p>"},
-      {"<p>x</p>", "<p>x</p>"},
       {"<p>\0\0"s, "<p>\0"s},  // one trailing NUL goes
       // A lone high surrogate, then an odd last byte.
-      {"\xFF\xFE\x3D\xD8"
-       "a\0"
-       "b"s,
-       r + "a" + r},
+      {"\xFF\xFE\x3D\xD8" "a\0b"s, r + "a" + r},
       {"<i>\xE9</i>", "<i>" + r + "</i>"},
   };
   for (const auto& [bytes, html] : cases) {
@@ -73,7 +69,6 @@ TEST(GnomeCopiedFilesTest, GivesOneItemPerLocalFileAfterTheOperation) {
       {"copy", {}},
       // Other first lines give no items.
       {"x-special/nautilus-clipboard\ncopy\nfile:///a\n", {}},
-      {"file:///a\nfile:///b", {}},
       {"", {}},
       // Items that name no local file are left out.
       {"copy\nfile:///a\nsmb://server/b\nfile:///c%00d\nrel\n", {"file:///a"}},
@@ -86,7 +81,6 @@ TEST(GnomeCopiedFilesTest, GivesOneItemPerLocalFileAfterTheOperation) {
 TEST(Latin1IfRepresentableTest, EncodesLatin1TextAndLeavesTheRest) {
   EXPECT_EQ(latin1IfRepresentable("caf\xC3\xA9 \xC2\xA0!"), "caf\xE9 \xA0!");
   EXPECT_EQ(latin1IfRepresentable("5 \xE2\x82\xAC"), "5 \xE2\x82\xAC");
-  EXPECT_EQ(latin1IfRepresentable("ascii"), "ascii");
 }
 
 }  // namespace

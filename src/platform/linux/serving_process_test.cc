@@ -111,38 +111,24 @@ class ServingProcessTest : public ::testing::Test {
   int lock_[2] = {-1, -1};
 };
 
-TEST_F(ServingProcessTest, ServedTextIsOwnedAndTheLockLetGoWhileServing) {
-  auto process = start();
-  ASSERT_TRUE(process);
-  process->guard("user text");
-  process->clearing();
-  process->keysDown({0x25, 0x36});
-  process->keysUp();
-  EXPECT_EQ(process->serve("caf\xC3\xA9"), ServerProcess::Outcome::kOwns);
-  EXPECT_EQ(recorded("owned"), "caf\xC3\xA9");
-  // The keeper serves until the test ends: the lock is let go before.
-  EXPECT_TRUE(lockLetGoWithin(kGivesUp));
-  EXPECT_EQ(recorded("released"), std::nullopt);
-}
-
-TEST_F(ServingProcessTest, AKeeperThatCannotOwnOrOpenFails) {
-  auto process = start(Keeper::kCannotOwn);
-  ASSERT_TRUE(process);
-  EXPECT_EQ(process->serve("text"), ServerProcess::Outcome::kFailed);
-  process = start(Keeper::kHangsOpening);
-  ASSERT_TRUE(process);
-  EXPECT_TRUE(lockLetGoWithin(kServerOpenTimeout + kGivesUp));
-  EXPECT_EQ(process->serve("text"), ServerProcess::Outcome::kGone);
-}
-
-TEST_F(ServingProcessTest, AnEndedOrKilledRunLeavesNoKeyHeldAndTheUserText) {
+TEST_F(ServingProcessTest, AServedEndedOrKilledRunLeavesNoKeyHeldAndTheUserText) {
+  using Outcome = ServerProcess::Outcome;
   struct Case {
     const char* name;
     bool cleared, keysUp, killed;  // how far the run got, how it ended
     std::string released;          // the key codes let go of
     std::optional<std::string> owned;
+    Keeper keeper = Keeper::kOwns;
+    std::optional<Outcome> served = {};  // what serving "caf\xC3\xA9" then gives
   };
   const Case cases[] = {
+      // The keeper serves until the test ends: the lock is let go before.
+      {"served", true, true, false, "", "caf\xC3\xA9", Keeper::kOwns, Outcome::kOwns},
+      {"the keeper cannot own", true, true, false, "", std::nullopt, Keeper::kCannotOwn,
+       Outcome::kFailed},
+      // Given up in time, the run has ended when asked to serve.
+      {"the keeper hangs opening", false, false, false, "", std::nullopt, Keeper::kHangsOpening,
+       Outcome::kGone},
       {"killed with keys down", true, false, true, "\x25\x36", "user text"},
       {"killed after the keys", true, true, true, "", "user text"},
       // The clipboard still holds what the user had there.
@@ -152,7 +138,7 @@ TEST_F(ServingProcessTest, AnEndedOrKilledRunLeavesNoKeyHeldAndTheUserText) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const auto run = [&](const std::function<void()>& killHere) {
-      auto process = start();
+      auto process = start(c.keeper);
       if (!process) return;
       process->guard("user text");
       if (c.cleared) {
@@ -161,6 +147,12 @@ TEST_F(ServingProcessTest, AnEndedOrKilledRunLeavesNoKeyHeldAndTheUserText) {
       }
       if (c.keysUp) process->keysUp();
       if (c.killed) killHere();
+      if (c.keeper == Keeper::kHangsOpening) {
+        EXPECT_TRUE(lockLetGoWithin(kServerOpenTimeout + kGivesUp));
+      }
+      if (c.served) {
+        EXPECT_EQ(process->serve("caf\xC3\xA9"), c.served);
+      }
     };
     if (c.killed) {
       EXPECT_TRUE(tovrin::testing::killOnceReached(run, kGivesUp))

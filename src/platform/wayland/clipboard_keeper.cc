@@ -30,15 +30,16 @@ class WaylandClipboardKeeper : public ClipboardKeeper {
   }
 
   /// A virtual keyboard's keys are its own, and sway lets go of them when
-  /// the client that pressed them goes away. For compositors that do not,
-  /// the same keys are released on a keyboard of ours (with the seat's
-  /// keymap, so that the focused application keeps the user's layout); a
-  /// release of a key that is up is ignored.
+  /// the client that pressed them goes away; KWin 5.27 keeps the keys of
+  /// a fake input client that went away held. The same keys are released
+  /// on a keyboard of ours (a virtual one with the seat's keymap, so that
+  /// the focused application keeps the user's layout, or KWin's fake
+  /// input); a release of a key that is up is ignored.
   void releaseKeys(const std::vector<uint8_t>& keys) override {
     if (keys.empty()) return;
     const std::optional<CopyKeys> copyKeys = seatCopyKeys(*connection_);
     if (!copyKeys) return;
-    auto keyboard = VirtualKeyboard::create(*connection_, *copyKeys);
+    auto keyboard = createSyntheticKeyboard(*connection_, *copyKeys);
     if (!keyboard) return;
     for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
       keyboard->key(*key, false);

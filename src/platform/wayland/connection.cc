@@ -10,6 +10,8 @@
 #include <mutex>
 
 #include "platform/wayland/libraries.h"
+#include "fake-input-client.h"
+#include "plasma-window-management-client.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 #include "wlr-data-control-unstable-v1-client.h"
 #include "wlr-foreign-toplevel-management-unstable-v1-client.h"
@@ -21,10 +23,25 @@ namespace {
 constexpr uint32_t kSeatVersion = 5;
 constexpr uint32_t kDataControlVersion = 2;
 constexpr uint32_t kToplevelsVersion = 3;
+// Fake input has keyboard_key from version 4 on.
+constexpr uint32_t kFakeInputVersion = 4;
+constexpr uint32_t kPlasmaWindowsVersion = 16;
 
 // libwayland writes its complaints (no XDG_RUNTIME_DIR, a protocol error)
 // to standard error on its own: they would not be lines of our log.
 void silence(const char*, va_list) {}
+
+/// `proxy`, bound to the global `name` first if need be; null when the
+/// compositor does not offer it.
+template <typename Proxy>
+Proxy* bindOnce(wl_registry* registry, Proxy*& proxy, uint32_t name,
+                const wl_interface& interface, uint32_t version) {
+  if (proxy == nullptr && name != 0) {
+    proxy = static_cast<Proxy*>(
+        wl_registry_bind(registry, name, &interface, version));
+  }
+  return proxy;
+}
 
 int pollTimeout(WaylandConnection::Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(
@@ -71,6 +88,13 @@ std::unique_ptr<WaylandConnection> WaylandConnection::open(
 
 WaylandConnection::~WaylandConnection() {
   if (toplevels_ != nullptr) zwlr_foreign_toplevel_manager_v1_destroy(toplevels_);
+  // Neither has a destructor request in the versions KWin 5.27 offers.
+  if (fakeInput_ != nullptr) {
+    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(fakeInput_));
+  }
+  if (plasmaWindows_ != nullptr) {
+    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(plasmaWindows_));
+  }
   if (dataControl_ != nullptr) zwlr_data_control_manager_v1_destroy(dataControl_);
   if (virtualKeyboard_ != nullptr) {
     zwp_virtual_keyboard_manager_v1_destroy(virtualKeyboard_);
@@ -97,10 +121,24 @@ void WaylandConnection::onGlobal(void* data, wl_registry* registry,
         },
         [](void*, wl_seat*, const char*) {}};
     wl_seat_add_listener(self->seat_, &kSeatListener, self);
-  } else if (std::strcmp(interface,
-                         zwlr_data_control_manager_v1_interface.name) == 0) {
+  } else if (self->dataControlChoice_.offered(interface)) {
+    // Both are spoken through the wlr glue (see data_control.h).
+    if (self->dataControl_ != nullptr) {
+      zwlr_data_control_manager_v1_destroy(self->dataControl_);
+    }
     self->dataControl_ = static_cast<zwlr_data_control_manager_v1*>(
-        bind(&zwlr_data_control_manager_v1_interface, kDataControlVersion));
+        bind(self->dataControlChoice_.chosen(), kDataControlVersion));
+  } else if (std::strcmp(interface, "org_kde_plasma_shell") == 0) {
+    self->kwin_ = true;
+  } else if (std::strcmp(interface, org_kde_kwin_fake_input_interface.name) ==
+                 0 &&
+             version >= kFakeInputVersion) {
+    self->fakeInputName_ = name;
+  } else if (std::strcmp(interface,
+                         org_kde_plasma_window_management_interface.name) ==
+             0) {
+    self->plasmaWindowsName_ = name;
+    self->plasmaWindowsVersion_ = std::min(version, kPlasmaWindowsVersion);
   } else if (std::strcmp(interface,
                          zwp_virtual_keyboard_manager_v1_interface.name) == 0) {
     self->virtualKeyboard_ = static_cast<zwp_virtual_keyboard_manager_v1*>(
@@ -114,13 +152,19 @@ void WaylandConnection::onGlobal(void* data, wl_registry* registry,
 }
 
 zwlr_foreign_toplevel_manager_v1* WaylandConnection::toplevels() {
-  if (toplevels_ == nullptr && toplevelsName_ != 0) {
-    toplevels_ = static_cast<zwlr_foreign_toplevel_manager_v1*>(
-        wl_registry_bind(registry_, toplevelsName_,
-                         &zwlr_foreign_toplevel_manager_v1_interface,
-                         toplevelsVersion_));
-  }
-  return toplevels_;
+  return bindOnce(registry_, toplevels_, toplevelsName_,
+                  zwlr_foreign_toplevel_manager_v1_interface, toplevelsVersion_);
+}
+
+org_kde_kwin_fake_input* WaylandConnection::fakeInput() {
+  return bindOnce(registry_, fakeInput_, fakeInputName_,
+                  org_kde_kwin_fake_input_interface, kFakeInputVersion);
+}
+
+org_kde_plasma_window_management* WaylandConnection::plasmaWindows() {
+  return bindOnce(registry_, plasmaWindows_, plasmaWindowsName_,
+                  org_kde_plasma_window_management_interface,
+                  plasmaWindowsVersion_);
 }
 
 bool WaylandConnection::broken() const {

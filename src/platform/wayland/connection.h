@@ -12,6 +12,10 @@
 #include <memory>
 #include <string>
 
+#include "platform/wayland/data_control.h"
+
+struct org_kde_kwin_fake_input;
+struct org_kde_plasma_window_management;
 struct zwlr_data_control_manager_v1;
 struct zwlr_foreign_toplevel_manager_v1;
 struct zwp_virtual_keyboard_manager_v1;
@@ -45,7 +49,9 @@ class WaylandConnection {
 
   wl_display* display() const { return display_; }
   /// The seat, its data-control and virtual-keyboard managers and the
-  /// toplevel list; each null when the compositor does not offer it.
+  /// toplevel list; each null when the compositor does not offer it. The
+  /// data-control manager is ext's when offered, else wlr's, spoken
+  /// through the wlr glue either way (see data_control.h).
   wl_seat* seat() const { return seat_; }
   zwlr_data_control_manager_v1* dataControl() const { return dataControl_; }
   zwp_virtual_keyboard_manager_v1* virtualKeyboard() const {
@@ -58,6 +64,15 @@ class WaylandConnection {
   }
   /// Bound on first use: binding it makes the compositor list every window.
   zwlr_foreign_toplevel_manager_v1* toplevels();
+  /// KWin's fake input, which KWin offers only to programs its installed
+  /// .desktop files authorize; bound on first use, null when not offered.
+  org_kde_kwin_fake_input* fakeInput();
+  bool fakeInputOffered() const { return fakeInputName_ != 0; }
+  /// Whether the compositor is KWin (it offers its Plasma shell interface
+  /// to every client).
+  bool kwin() const { return kwin_; }
+  /// KWin's window list, authorized the same way; bound on first use.
+  org_kde_plasma_window_management* plasmaWindows();
 
   /// Sends what is queued and waits until the compositor has handled it
   /// and its answers are dispatched; false at the deadline or when the
@@ -88,6 +103,13 @@ class WaylandConnection {
   zwlr_data_control_manager_v1* dataControl_ = nullptr;
   zwp_virtual_keyboard_manager_v1* virtualKeyboard_ = nullptr;
   zwlr_foreign_toplevel_manager_v1* toplevels_ = nullptr;
+  DataControlChoice dataControlChoice_;
+  org_kde_kwin_fake_input* fakeInput_ = nullptr;
+  org_kde_plasma_window_management* plasmaWindows_ = nullptr;
+  uint32_t fakeInputName_ = 0;
+  bool kwin_ = false;
+  uint32_t plasmaWindowsName_ = 0;
+  uint32_t plasmaWindowsVersion_ = 0;
   uint32_t seatCapabilities_ = 0;
   uint32_t toplevelsName_ = 0;
   uint32_t toplevelsVersion_ = 0;

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "platform/wayland/connection.h"
+#include "platform/wayland/kwin_fake_input.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 
 namespace tovrin {
@@ -46,6 +47,14 @@ uint32_t milliseconds() {
 }
 
 }  // namespace
+
+std::unique_ptr<SyntheticKeyboard> createSyntheticKeyboard(
+    WaylandConnection& connection, const CopyKeys& keys) {
+  if (auto keyboard = VirtualKeyboard::create(connection, keys)) {
+    return keyboard;
+  }
+  return createFakeInputKeyboard(connection);
+}
 
 std::unique_ptr<VirtualKeyboard> VirtualKeyboard::create(
     WaylandConnection& connection, const CopyKeys& keys) {
@@ -91,8 +100,8 @@ std::unique_ptr<WaylandCopyKeystroke> WaylandCopyKeystroke::prepare(
     WaylandConnection& connection, CopyShortcut shortcut) {
   std::optional<CopyKeys> keys = seatCopyKeys(connection);
   if (!keys) return nullptr;
-  std::unique_ptr<VirtualKeyboard> keyboard =
-      VirtualKeyboard::create(connection, *keys);
+  std::unique_ptr<SyntheticKeyboard> keyboard =
+      createSyntheticKeyboard(connection, *keys);
   if (!keyboard) return nullptr;
   if (!connection.seatHasKeyboard()) {
     // A seat without a keyboard gets one now, and applications bind it

@@ -23,25 +23,41 @@ namespace tovrin {
 
 class WaylandConnection;
 
+/// A keyboard whose keys this process presses on the connection's seat.
+class SyntheticKeyboard {
+ public:
+  virtual ~SyntheticKeyboard() = default;
+  /// Presses or releases the evdev `key`.
+  virtual void key(uint32_t key, bool down) = 0;
+  /// Sets the keyboard's held modifiers (bits of the keymap) and its
+  /// layout, where the keyboard has modifiers of its own.
+  virtual void modifiers(uint32_t depressed, uint32_t layout = 0) = 0;
+  /// Sends what is queued.
+  virtual bool send() = 0;
+  /// Sends what is queued and waits until the compositor has handled it.
+  virtual bool sync() = 0;
+};
+
+/// A virtual keyboard with the keymap of `keys` where the compositor
+/// offers them (wlroots), else KWin's fake input, which types through the
+/// seat's own keymap; null when it offers neither.
+std::unique_ptr<SyntheticKeyboard> createSyntheticKeyboard(
+    WaylandConnection& connection, const CopyKeys& keys);
+
 /// A virtual keyboard of the connection's seat with the keymap of `keys`.
-class VirtualKeyboard {
+class VirtualKeyboard : public SyntheticKeyboard {
  public:
   /// Null when the compositor offers no virtual keyboards.
   static std::unique_ptr<VirtualKeyboard> create(WaylandConnection& connection,
                                                  const CopyKeys& keys);
-  ~VirtualKeyboard();
+  ~VirtualKeyboard() override;
   VirtualKeyboard(const VirtualKeyboard&) = delete;
   VirtualKeyboard& operator=(const VirtualKeyboard&) = delete;
 
-  /// Presses or releases the evdev `key`.
-  void key(uint32_t key, bool down);
-  /// Sets the keyboard's held modifiers (bits of the keymap) and its
-  /// layout.
-  void modifiers(uint32_t depressed, uint32_t layout = 0);
-  /// Sends what is queued.
-  bool send();
-  /// Sends what is queued and waits until the compositor has handled it.
-  bool sync();
+  void key(uint32_t key, bool down) override;
+  void modifiers(uint32_t depressed, uint32_t layout = 0) override;
+  bool send() override;
+  bool sync() override;
 
  private:
   VirtualKeyboard(WaylandConnection& connection, zwp_virtual_keyboard_v1* keyboard)
@@ -51,15 +67,22 @@ class VirtualKeyboard {
   zwp_virtual_keyboard_v1* keyboard_;
 };
 
-/// One copy shortcut, pressed and then released on a virtual keyboard.
+/// One copy shortcut, pressed and then released on a synthetic keyboard.
 /// The application sees the virtual keyboard's modifiers, not those the
 /// user holds on another keyboard: it gets the shortcut alone.
 class WaylandCopyKeystroke {
  public:
   /// The keystroke for `shortcut` in the seat's keymap (US when the seat
-  /// has none); null when there are no virtual keyboards.
+  /// has none); null when there is no synthetic keyboard.
   static std::unique_ptr<WaylandCopyKeystroke> prepare(
       WaylandConnection& connection, CopyShortcut shortcut);
+  /// The keystroke for `shortcut` with `keys`, pressed on `keyboard`.
+  static std::unique_ptr<WaylandCopyKeystroke> create(
+      std::unique_ptr<SyntheticKeyboard> keyboard, CopyKeys keys,
+      CopyShortcut shortcut) {
+    return std::unique_ptr<WaylandCopyKeystroke>(new WaylandCopyKeystroke(
+        std::move(keyboard), std::move(keys), shortcut));
+  }
   /// Releases what is still pressed.
   ~WaylandCopyKeystroke();
   WaylandCopyKeystroke(const WaylandCopyKeystroke&) = delete;
@@ -73,12 +96,12 @@ class WaylandCopyKeystroke {
   std::vector<uint8_t> shortcutKeys() const;
 
  private:
-  WaylandCopyKeystroke(std::unique_ptr<VirtualKeyboard> keyboard,
+  WaylandCopyKeystroke(std::unique_ptr<SyntheticKeyboard> keyboard,
                        CopyKeys keys, CopyShortcut shortcut)
       : keyboard_(std::move(keyboard)), keys_(std::move(keys)),
         shortcut_(shortcut) {}
 
-  std::unique_ptr<VirtualKeyboard> keyboard_;
+  std::unique_ptr<SyntheticKeyboard> keyboard_;
   CopyKeys keys_;
   CopyShortcut shortcut_;
   bool pressed_ = false;

@@ -20,16 +20,18 @@ TEST(WaylandCopyKeysTest, CIsTheKeyOfALatinCInTheFirstLayoutThatHasOne) {
     uint32_t c;  // 0: no keys, a US keymap takes their place
     uint32_t group;
   };
-  for (const Case& test :
-       {Case{"us", "", kKeyC, 0}, Case{"fr", "", kKeyC, 0},
-        Case{"de", "", kKeyC, 0},
-        // Dvorak has its c where QWERTY has i.
-        Case{"us", "dvorak", kKeyI, 0},
-        // Pressed in the layout that has it, whichever is active.
-        Case{"us,ru", "", kKeyC, 0}, Case{"ru,us", "", kKeyC, 1},
-        Case{"ru,us", ",dvorak", kKeyI, 1},
-        // GTK 4 takes Control with the key of Cyrillic es for no shortcut.
-        Case{"ru", "", 0, 0}, Case{"gr", "", 0, 0}}) {
+  const Case cases[] = {
+      {"fr", "", kKeyC, 0},
+      // Dvorak has its c where QWERTY has i.
+      {"us", "dvorak", kKeyI, 0},
+      // Pressed in the layout that has it, whichever is active.
+      {"us,ru", "", kKeyC, 0},
+      {"ru,us", "", kKeyC, 1},
+      {"ru,us", ",dvorak", kKeyI, 1},
+      // GTK 4 takes Control with the key of Cyrillic es for no shortcut.
+      {"ru", "", 0, 0},
+  };
+  for (const Case& test : cases) {
     SCOPED_TRACE(std::string(test.layout) + " " + test.variant);
     const std::optional<CopyKeys> keys =
         copyKeysOfLayout(test.layout, test.variant);
@@ -44,13 +46,11 @@ TEST(WaylandCopyKeysTest, CIsTheKeyOfALatinCInTheFirstLayoutThatHasOne) {
                 std::strstr(test.layout, "ru") != nullptr);
       EXPECT_EQ(read->control, kKeyLeftCtrl);
       EXPECT_EQ(read->shift, kKeyLeftShift);
-      EXPECT_NE(read->controlMask, 0u);
-      EXPECT_NE(read->shiftMask, 0u);
-      EXPECT_NE(read->controlMask, read->shiftMask);
+      EXPECT_EQ(read->controlMask, 4u);
+      EXPECT_EQ(read->shiftMask, 1u);
     }
   }
   EXPECT_FALSE(copyKeysOf("not a keymap").has_value());
-  EXPECT_FALSE(copyKeysOf("").has_value());
 }
 
 }  // namespace

@@ -8,6 +8,10 @@
 #include <cstring>
 #include <mutex>
 
+#include "ext-data-control-v1-client.h"
+#include "fake-input-client.h"
+#include "plasma-window-management-client.h"
+#include "platform/wayland/data_control.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 #include "wayland-client-protocol.h"
 #include "wlr-data-control-unstable-v1-client.h"
@@ -118,10 +122,17 @@ const wl_interface* const kInterfaces[] = {
     &zwlr_data_control_device_v1_interface,
     &zwlr_data_control_source_v1_interface,
     &zwlr_data_control_offer_v1_interface,
+    &ext_data_control_manager_v1_interface,
+    &ext_data_control_device_v1_interface,
+    &ext_data_control_source_v1_interface,
+    &ext_data_control_offer_v1_interface,
     &zwlr_foreign_toplevel_manager_v1_interface,
     &zwlr_foreign_toplevel_handle_v1_interface,
     &zwp_virtual_keyboard_manager_v1_interface,
     &zwp_virtual_keyboard_v1_interface,
+    &org_kde_kwin_fake_input_interface,
+    &org_kde_plasma_window_management_interface,
+    &org_kde_plasma_window_interface,
 };
 
 const wl_interface* interfaceNamed(const char* name) {
@@ -197,8 +208,8 @@ TOVRIN_XKB_FUNCTIONS(TOVRIN_FORWARD)
 wl_proxy* wl_proxy_marshal_flags(wl_proxy* proxy, uint32_t opcode,
                                  const wl_interface* interface,
                                  uint32_t version, uint32_t flags, ...) {
-  const wl_interface* own =
-      tovrin::interfaceNamed(wl_proxy_get_class(proxy));
+  const char* owner = wl_proxy_get_class(proxy);
+  const wl_interface* own = tovrin::interfaceNamed(owner);
   if (own == nullptr || opcode >= static_cast<uint32_t>(own->method_count)) {
     return nullptr;
   }
@@ -210,8 +221,9 @@ wl_proxy* wl_proxy_marshal_flags(wl_proxy* proxy, uint32_t opcode,
                                         arguments, kMaxArguments);
   va_end(list);
   if (count < 0) return nullptr;
-  return wl_proxy_marshal_array_flags(proxy, opcode, interface, version, flags,
-                                      arguments);
+  return wl_proxy_marshal_array_flags(
+      proxy, opcode, tovrin::dataControlInterfaceFor(owner, interface), version,
+      flags, arguments);
 }
 
 }  // extern "C"

@@ -13,8 +13,6 @@ TEST(WaylandOffersTest, TextIsAskedForInTheBestTypeTheOfferLists) {
                         {"text/plain", "UTF8_STRING",
                          "text/plain;charset=utf-8", "TEXT"}),
             (Types{"text/plain;charset=utf-8", "UTF8_STRING", "text/plain"}));
-  EXPECT_EQ(typesToRead(PasteboardType::kString, {"STRING", "text/plain"}),
-            Types{"text/plain"});
   // STRING and TEXT are never read: owners put Latin-1 or anything there.
   EXPECT_EQ(typesToRead(PasteboardType::kString, {"STRING", "TEXT"}), Types{});
   EXPECT_EQ(typesToRead(PasteboardType::kHTML,

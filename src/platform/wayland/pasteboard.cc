@@ -39,7 +39,7 @@ struct WaylandPasteboardState {
 
   // The connection, the offers and our empty ownership.
   std::mutex mutex;
-  std::unique_ptr<WaylandConnection> connection;        // by mutex
+  std::shared_ptr<WaylandConnection> connection;        // by mutex
   zwlr_data_control_device_v1* device = nullptr;        // by mutex
   std::map<zwlr_data_control_offer_v1*, std::vector<std::string>>
       offers;                                           // by mutex
@@ -317,17 +317,26 @@ void WaylandPasteboard::clearContents() {
   connection->roundtrip(Clock::now() + kWaylandReplyTimeout);
 }
 
+bool WaylandPasteboard::withConnection(
+    const std::function<void(WaylandConnection&)>& work) {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  if (!state_->connection) return false;
+  work(*state_->connection);
+  return true;
+}
+
 bool WaylandPasteboard::setString(std::string_view text, PasteboardType type) {
   if (type != PasteboardType::kString) return false;
   return writeBack_.serve(text);
 }
 
 std::unique_ptr<WaylandPasteboard> createWaylandPasteboard(
-    const std::string& socket) {
+    const std::string& socket, std::shared_ptr<WaylandConnection> adopted) {
   // The path of the compositor that answered, so that the serving child
   // reaches the same one even if the environment changes.
   auto state = std::make_shared<WaylandPasteboardState>(waylandSocketPath(socket));
-  state->connection = WaylandConnection::open(state->socket);
+  state->connection = adopted ? std::move(adopted)
+                              : WaylandConnection::open(state->socket);
   WaylandConnection* connection = state->connection.get();
   if (connection == nullptr || connection->dataControl() == nullptr ||
       connection->seat() == nullptr) {

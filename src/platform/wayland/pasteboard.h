@@ -21,6 +21,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,6 +39,7 @@ inline constexpr std::chrono::milliseconds kWaylandPasteboardReadBudget{4000};
 /// The most one read takes in.
 inline constexpr size_t kWaylandMaxValueSize = size_t{64} << 20;
 
+class WaylandConnection;
 struct WaylandPasteboardState;
 
 /// The clipboard of the first seat of one compositor. All operations may be
@@ -81,13 +83,17 @@ class WaylandPasteboard : public Pasteboard {
   /// client takes it. Returns once that process owns the clipboard.
   bool setString(std::string_view text, PasteboardType type) override;
 
+  /// Runs `work` on the pasteboard's connection while no read uses it;
+  /// false when there is no connection.
+  bool withConnection(const std::function<void(WaylandConnection&)>& work);
+
   /// The write-back's serving process, which the copy run tells of the
   /// keys it presses (evdev codes) and shares its lock with.
   WriteBack& writeBack() { return writeBack_; }
 
  private:
   friend std::unique_ptr<WaylandPasteboard> createWaylandPasteboard(
-      const std::string& socket);
+      const std::string& socket, std::shared_ptr<WaylandConnection> connection);
   explicit WaylandPasteboard(std::shared_ptr<WaylandPasteboardState> state);
 
   std::shared_ptr<WaylandPasteboardState> state_;
@@ -95,9 +101,14 @@ class WaylandPasteboard : public Pasteboard {
 };
 
 /// The pasteboard of the compositor at `socket` (empty: $WAYLAND_DISPLAY);
-/// null when it does not answer or offers no data-control.
+/// null when it does not answer or offers no data-control. It speaks over
+/// `connection` when given one (to that compositor), and nobody else may
+/// make exchanges on it from then on; else over a connection of its own.
+/// KWin checks each new connection of a program it authorizes for about
+/// 17 ms (it reads the program's whole file): one fewer counts.
 std::unique_ptr<WaylandPasteboard> createWaylandPasteboard(
-    const std::string& socket);
+    const std::string& socket,
+    std::shared_ptr<WaylandConnection> connection = nullptr);
 
 }  // namespace tovrin
 

@@ -1,7 +1,7 @@
-// The Wayland backend, for wlroots compositors: AT-SPI for the direct read,
-// a virtual keyboard for the copy shortcut, the data-control clipboard for
-// the pasteboard, and the compositor's list of windows for the frontmost
-// application. Wayland does not tell which client owns PRIMARY, so PRIMARY
+// The Wayland backend, for wlroots compositors and KWin: AT-SPI for the
+// direct read, a virtual keyboard (KWin: fake input) for the copy shortcut,
+// the data-control clipboard for the pasteboard, and the compositor's list
+// of windows for the frontmost application. Wayland does not tell which client owns PRIMARY, so PRIMARY
 // never stands for the focused application's selection here.
 
 #include "platform/wayland/platform.h"
@@ -15,6 +15,8 @@
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/keyboard.h"
+#include "platform/wayland/kwin_fake_input.h"
+#include "platform/wayland/kwin_windows.h"
 #include "platform/wayland/pasteboard.h"
 #include "platform/wayland/toplevels.h"
 #include "rtf/rtf_to_html.h"
@@ -84,6 +86,43 @@ class WaylandKeyboardEvent : public KeyboardEvent {
   uint64_t flags_ = 0;
 };
 
+/// A keyboard on the pasteboard's connection: each exchange waits until
+/// no clipboard read uses the connection.
+class PasteboardKeyboard : public SyntheticKeyboard {
+ public:
+  PasteboardKeyboard(WaylandPasteboard& pasteboard,
+                     std::unique_ptr<SyntheticKeyboard> keyboard)
+      : pasteboard_(pasteboard), keyboard_(std::move(keyboard)) {}
+  ~PasteboardKeyboard() override {
+    pasteboard_.withConnection([this](WaylandConnection&) { keyboard_.reset(); });
+  }
+
+  void key(uint32_t key, bool down) override {
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { keyboard_->key(key, down); });
+  }
+  void modifiers(uint32_t depressed, uint32_t layout) override {
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { keyboard_->modifiers(depressed, layout); });
+  }
+  bool send() override {
+    bool sent = false;
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { sent = keyboard_->send(); });
+    return sent;
+  }
+  bool sync() override {
+    bool synced = false;
+    pasteboard_.withConnection(
+        [&](WaylandConnection&) { synced = keyboard_->sync(); });
+    return synced;
+  }
+
+ private:
+  WaylandPasteboard& pasteboard_;
+  std::unique_ptr<SyntheticKeyboard> keyboard_;
+};
+
 class WaylandPlatform : public SystemPlatform {
  public:
   explicit WaylandPlatform(std::unique_ptr<WaylandConnection> connection)
@@ -147,10 +186,13 @@ class WaylandPlatform : public SystemPlatform {
   std::optional<std::string> frontmostApplicationBundleIdentifier() override {
     if (!frontmostAsked_) {
       frontmostAsked_ = true;
-      frontmost_ = activatedToplevel(
-                       *connection_,
-                       std::chrono::steady_clock::now() + kWaylandReplyTimeout)
-                       .appId;
+      const auto deadline =
+          std::chrono::steady_clock::now() + kWaylandReplyTimeout;
+      ActivatedToplevel active = activatedToplevel(*connection_, deadline);
+      if (!active.listed) {
+        active = activatedPlasmaWindow(*connection_, deadline);
+      }
+      frontmost_ = active.appId;
     }
     return frontmost_;
   }
@@ -170,8 +212,8 @@ class WaylandPlatform : public SystemPlatform {
     // Without the clipboard, a copy would only overwrite the user's text.
     generalPasteboard();
     if (waylandPasteboard_ == nullptr) return nullptr;
-    if (!keystroke_) {
-      startKeystrokePreparation();
+    if (!keystroke_) startKeystrokePreparation();
+    if (!keystroke_ && preparation_) {
       keystroke_ = preparation_->take(std::chrono::steady_clock::now() +
                                       kKeystrokeWait);
       if (!keystroke_) {
@@ -186,8 +228,12 @@ class WaylandPlatform : public SystemPlatform {
 
   std::shared_ptr<Pasteboard> generalPasteboard() override {
     if (!pasteboard_) {
+      // The pasteboard takes this connection over rather than open one
+      // (see createWaylandPasteboard); the frontmost application, the one
+      // exchange of ours on it, is known before.
+      frontmostApplicationBundleIdentifier();
       std::shared_ptr<WaylandPasteboard> pasteboard =
-          createWaylandPasteboard(socket_);
+          createWaylandPasteboard(socket_, connection_);
       waylandPasteboard_ = pasteboard.get();
       pasteboard_ = std::move(pasteboard);
       if (!pasteboard_) {
@@ -220,34 +266,66 @@ class WaylandPlatform : public SystemPlatform {
 
  private:
   void startKeystrokePreparation() {
-    if (preparation_) return;
+    if (preparation_ || keystroke_) return;
     const std::string appId =
         frontmostApplicationBundleIdentifier().value_or("");
+    if (connection_->virtualKeyboard() == nullptr &&
+        connection_->fakeInputOffered()) {
+      keystroke_ = fakeInputKeystroke(copyShortcutFor({appId}));
+      return;
+    }
     preparation_ =
         KeystrokePreparation::start(socket_, copyShortcutFor({appId}));
   }
 
+  /// KWin checks every new connection of a program it authorizes for
+  /// about 17 ms before it answers anything else, and fake input needs no
+  /// keymap of its own: the keys go over the pasteboard's connection,
+  /// which KWin has checked already.
+  std::unique_ptr<ReadyKeystroke> fakeInputKeystroke(CopyShortcut shortcut) {
+    auto ready = std::make_unique<ReadyKeystroke>();
+    waylandPasteboard_->withConnection([&](WaylandConnection& connection) {
+      std::optional<CopyKeys> keys = seatCopyKeys(connection);
+      std::unique_ptr<SyntheticKeyboard> keyboard =
+          createFakeInputKeyboard(connection);
+      if (!keys || !keyboard) return;
+      ready->keystroke = WaylandCopyKeystroke::create(
+          std::make_unique<PasteboardKeyboard>(*waylandPasteboard_,
+                                               std::move(keyboard)),
+          std::move(*keys), shortcut);
+    });
+    if (!ready->keystroke) return nullptr;
+    return ready;
+  }
+
+  bool keysOffered() const {
+    return connection_->virtualKeyboard() != nullptr ||
+           connection_->fakeInputOffered();
+  }
+
   bool copyProtocolsOffered() {
-    if (connection_->dataControl() != nullptr &&
-        connection_->virtualKeyboard() != nullptr) {
-      return true;
-    }
+    if (connection_->dataControl() != nullptr && keysOffered()) return true;
     logMissingProtocols();
     return false;
   }
 
-  /// Says once which protocol keeps the copy from working: GNOME and KDE
-  /// offer neither.
+  /// Says once which protocol keeps the copy from working: GNOME offers
+  /// neither, KWin no virtual keyboard, and its fake input only to the
+  /// programs it authorizes.
   void logMissingProtocols() {
     if (missingLogged_) return;
     missingLogged_ = true;
     for (const auto& [offered, name] :
          {std::pair{connection_->dataControl() != nullptr, kDataControl},
-          std::pair{connection_->virtualKeyboard() != nullptr,
-                    kVirtualKeyboard}}) {
+          std::pair{keysOffered(), kVirtualKeyboard}}) {
       if (offered) continue;
       log(std::string("[tovrin] Wayland: the compositor does not offer ") +
           name + "; only AT-SPI can read the selection");
+    }
+    if (connection_->kwin() && !keysOffered()) {
+      log("[tovrin] Wayland: KWin offers org_kde_kwin_fake_input only to "
+          "programs named by an installed .desktop file that lists it in "
+          "X-KDE-Wayland-Interfaces; tovrin's package installs one");
     }
   }
 
@@ -260,7 +338,9 @@ class WaylandPlatform : public SystemPlatform {
     return name + ".lock";
   }
 
-  std::unique_ptr<WaylandConnection> connection_;
+  /// Shared with the pasteboard, which alone makes exchanges on it once
+  /// it exists.
+  std::shared_ptr<WaylandConnection> connection_;
   const std::string socket_;
   AccessibilitySession accessibility_;
   bool frontmostAsked_ = false;

@@ -10,10 +10,6 @@
 namespace tovrin {
 namespace {
 
-// The names of other programs' windows come from those programs.
-constexpr size_t kMaxAppIdLength = 1024;
-constexpr size_t kMaxToplevels = 4096;
-
 struct Toplevel {
   zwlr_foreign_toplevel_handle_v1* handle = nullptr;
   std::string appId;

@@ -5,12 +5,17 @@
 // toplevel windows (wlroots foreign-toplevel management).
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 
 namespace tovrin {
 
 class WaylandConnection;
+
+// The names of other programs' windows come from those programs: bounded.
+inline constexpr size_t kMaxAppIdLength = 1024;
+inline constexpr size_t kMaxToplevels = 4096;
 
 /// What the compositor says of its activated window.
 struct ActivatedToplevel {

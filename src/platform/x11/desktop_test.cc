@@ -9,21 +9,12 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
-#include <memory>
 #include <optional>
-#include <ostream>
-#include <string>
 
-#include "platform/x11/selection.h"
-#include "tests/x11/test_window.h"
-#include "tests/xvfb_session.h"
+#include "tests/x11/clipboard_fixture.h"
 
 namespace tovrin {
 namespace {
-
-using tovrin::testing::mapTestWindow;
-using tovrin::testing::WindowPlace;
-using tovrin::testing::XvfbTest;
 
 TEST(CopyShortcutTest, EitherNameOfTheWindowClassTells) {
   // Which names are terminals' is tested with the lookup by names; here,
@@ -37,48 +28,8 @@ TEST(CopyShortcutTest, EitherNameOfTheWindowClassTells) {
   EXPECT_TRUE(copyShortcutFor(std::nullopt) == CopyShortcut::kControlC);
 }
 
-TEST(ModifierFlagsTest, EachX11ModifierHasItsFlag) {
-  struct Case {
-    unsigned int mask;
-    uint64_t flags;
-  };
-  const Case cases[] = {
-      {0, 0},
-      {ShiftMask, 0x20000},
-      {LockMask, 0x10000},
-      {ControlMask, 0x40000},
-      {Mod1Mask, 0x80000},
-      {Mod4Mask, 0x100000},
-      // NumLock, and modifiers that no flag stands for.
-      {Mod2Mask, 0},
-      {Mod3Mask, 0},
-      {Mod5Mask, 0},
-      {Button1Mask | Button3Mask, 0},
-      {ShiftMask | ControlMask | Mod2Mask, 0x60000},
-      {ShiftMask | LockMask | ControlMask | Mod1Mask | Mod2Mask | Mod3Mask |
-           Mod4Mask | Mod5Mask,
-       0x1F0000},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << "mask 0x" << std::hex << c.mask);
-    EXPECT_EQ(modifierFlagsFromMask(c.mask), c.flags);
-  }
-}
-
-class DesktopX11Test : public XvfbTest {
+class DesktopX11Test : public testing::X11Test {
  protected:
-  void SetUp() override {
-    XvfbTest::SetUp();
-    if (IsSkipped()) return;
-    connection_ = SelectionConnection::open(xvfb().display());
-    ASSERT_TRUE(connection_);
-  }
-  void TearDown() override {
-    connection_.reset();
-    XvfbTest::TearDown();
-  }
-
-  Display* display() { return connection_->display(); }
   Window root() { return DefaultRootWindow(display()); }
   void movePointerTo(int x, int y) {
     XWarpPointer(display(), None, root(), 0, 0, 0, 0, x, y);
@@ -88,23 +39,13 @@ class DesktopX11Test : public XvfbTest {
     XSetInputFocus(display(), window, RevertToPointerRoot, CurrentTime);
     XSync(display(), False);
   }
-  void fakeKey(KeySym key, bool down) {
-    XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), key),
-                      down ? True : False, CurrentTime);
-    XSync(display(), False);
-  }
-
-  std::unique_ptr<SelectionConnection> connection_;
 };
 
 TEST_F(DesktopX11Test, WithoutWindowManagerTheInputFocusOrThePointerTells) {
-  Window editor =
-      mapTestWindow(display(), root(), WindowPlace{0, 0, 400, 300}, "editor");
-  Window viewer =
-      mapTestWindow(display(), root(), WindowPlace{600, 0, 400, 300}, "viewer");
+  Window editor = testing::mapTestWindow(display(), root(), 0, 0, "editor");
+  Window viewer = testing::mapTestWindow(display(), root(), 600, 0, "viewer");
   // A toolkit's subwindow, without WM_CLASS of its own.
-  Window field =
-      mapTestWindow(display(), editor, WindowPlace{10, 10, 100, 30}, nullptr);
+  Window field = testing::mapTestWindow(display(), editor, 10, 10, nullptr);
   movePointerTo(700, 100);  // over the viewer
 
   focus(editor);
@@ -121,15 +62,20 @@ TEST_F(DesktopX11Test, WithoutWindowManagerTheInputFocusOrThePointerTells) {
   EXPECT_EQ(focusedWindow(display()), 0u);
 }
 
-TEST_F(DesktopX11Test, ModifierHeldThroughXTestShowsInTheFlags) {
+// Each key is held on top of the ones before. NumLock (Mod2) and
+// AltGr (Mod5) have no flag.
+TEST_F(DesktopX11Test, EachModifierHeldShowsInTheFlags) {
+  const std::pair<KeySym, uint64_t> steps[] = {
+      {XK_Num_Lock, 0},        {XK_ISO_Level3_Shift, 0}, {XK_Shift_L, 0x20000},
+      {XK_Control_L, 0x60000}, {XK_Alt_L, 0xE0000},      {XK_Super_L, 0x1E0000},
+      {XK_Caps_Lock, 0x1F0000}};
   EXPECT_EQ(currentModifierFlags(display()), 0u);
-  fakeKey(XK_Shift_L, true);
-  EXPECT_EQ(currentModifierFlags(display()), 0x20000u);
-  fakeKey(XK_Control_L, true);
-  EXPECT_EQ(currentModifierFlags(display()), 0x60000u);
-  fakeKey(XK_Control_L, false);
-  fakeKey(XK_Shift_L, false);
-  EXPECT_EQ(currentModifierFlags(display()), 0u);
+  for (const auto& [key, flags] : steps) {
+    XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), key), True,
+                      CurrentTime);
+    XSync(display(), False);
+    EXPECT_EQ(currentModifierFlags(display()), flags) << XKeysymToString(key);
+  }
 }
 
 }  // namespace
