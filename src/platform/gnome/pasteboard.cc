@@ -33,11 +33,11 @@ class MutterClipboardKeeper : public ClipboardKeeper {
  public:
   explicit MutterClipboardKeeper(std::unique_ptr<MutterRemoteDesktop> session)
       : session_(std::move(session)) {
-    session_->onOwnerChanged([this](const MutterClipboardOwner& owner) {
+    session_->onOwnerChanged([this](const MutterClipboardOwner &owner) {
       if (owned_ && !owner.ours) replaced_ = true;
       if (owner.ours) owned_ = true;
     });
-    session_->onTransfer([this](const std::string& type, uint32_t serial) {
+    session_->onTransfer([this](const std::string &type, uint32_t serial) {
       const int fd = session_->selectionWrite(serial, in(kReplyTimeout));
       if (fd < 0) return;
       // A reader that stops reading is given up on; the next one is served.
@@ -50,9 +50,9 @@ class MutterClipboardKeeper : public ClipboardKeeper {
 
   /// Keys pressed through a remote-desktop session are released by the
   /// compositor when the session's connection goes away with its process.
-  void releaseKeys(const std::vector<uint8_t>&) override {}
+  void releaseKeys(const std::vector<uint8_t> &) override {}
 
-  bool own(const std::string& text) override {
+  bool own(const std::string &text) override {
     text_ = text;
     // Owned once the call returns: enabling with types tells the session
     // of no owner change, its own included.
@@ -87,14 +87,6 @@ std::unique_ptr<ServerProcess> startMutterClipboardServer(int lockFd) {
       lockFd);
 }
 
-std::vector<std::string> only(const std::vector<std::string>& offered,
-                              const char* type) {
-  if (std::find(offered.begin(), offered.end(), type) == offered.end()) {
-    return {};
-  }
-  return {type};
-}
-
 }  // namespace
 
 struct MutterPasteboardState {
@@ -103,16 +95,17 @@ struct MutterPasteboardState {
   MutterClipboardOwner owner;                    // by mutex
   bool hasOwner = false;                         // by mutex
   /// Our empty ownership, from clearContents() until another owner.
-  bool clearing = false;                         // by mutex
+  bool clearing = false;  // by mutex
   /// The clipboard's changes; an owner that did not answer is not asked
   /// again until the next.
-  uint64_t generation = 0;                       // by mutex
-  uint64_t givenUp = UINT64_MAX;                 // by mutex
+  uint64_t generation = 0;        // by mutex
+  uint64_t givenUp = UINT64_MAX;  // by mutex
 };
 
 MutterPasteboard::MutterPasteboard(std::shared_ptr<MutterPasteboardState> state)
-    : state_(std::move(state)),
-      writeBack_([](int lockFd) { return startMutterClipboardServer(lockFd); }) {}
+    : state_(std::move(state)), writeBack_([](int lockFd) {
+        return startMutterClipboardServer(lockFd);
+      }) {}
 
 MutterPasteboard::~MutterPasteboard() = default;
 
@@ -126,56 +119,58 @@ std::optional<std::vector<std::string>> MutterPasteboard::types() {
 }
 
 std::optional<std::pair<std::string, std::string>> MutterPasteboard::read(
-    const std::vector<std::string>& wanted) {
+    const std::function<
+        std::vector<std::string>(const std::vector<std::string> &)> &choose) {
   std::lock_guard<std::mutex> lock(state_->mutex);
   if (!state_->session->roundtrip(in(kReplyTimeout))) return std::nullopt;
   if (!state_->hasOwner || state_->clearing || state_->owner.ours ||
       state_->givenUp == state_->generation) {
     return std::nullopt;
   }
-  std::vector<std::string> types = wanted;
-  if (types.empty()) return std::nullopt;
+  const std::vector<std::string> wanted = choose(state_->owner.types);
+  if (wanted.empty()) return std::nullopt;
   auto bytes = state_->session->selectionRead(
-      types.front(), kReplyTimeout, in(kReadTimeout), kWaylandMaxValueSize);
+      wanted.front(), kReplyTimeout, in(kReadTimeout), kWaylandMaxValueSize);
   if (!bytes) {
     // Later reads would wait out the same owner again.
     state_->givenUp = state_->generation;
     return std::nullopt;
   }
-  return std::make_pair(types.front(), std::move(*bytes));
+  return std::make_pair(wanted.front(), std::move(*bytes));
 }
 
-std::optional<std::string> MutterPasteboard::stringForType(PasteboardType type) {
+std::optional<std::string> MutterPasteboard::stringForType(
+    PasteboardType type) {
   if (type == PasteboardType::kRTF) return std::nullopt;
-  const auto offered = types();
-  if (!offered) return std::nullopt;
-  auto read = this->read(typesToRead(type, *offered));
+  auto read = this->read([type](const std::vector<std::string> &offered) {
+    return typesToRead(type, offered);
+  });
   if (!read) return std::nullopt;
   return textFromOffer(read->first, std::move(read->second));
 }
 
 std::optional<std::string> MutterPasteboard::dataForType(PasteboardType type) {
   if (type != PasteboardType::kRTF) return stringForType(type);
-  const auto offered = types();
-  if (!offered) return std::nullopt;
-  auto read = this->read(typesToRead(type, *offered));
+  auto read = this->read([](const std::vector<std::string> &offered) {
+    return typesToRead(PasteboardType::kRTF, offered);
+  });
   if (!read) return std::nullopt;
   return std::move(read->second);
 }
 
 std::optional<std::vector<PasteboardURLObject>>
 MutterPasteboard::readFileURLObjects() {
-  const auto offered = types();
-  if (!offered) return std::nullopt;
-  auto read = this->read(only(*offered, kMimeUriList));
+  auto read = this->read([](const std::vector<std::string> &offered) {
+    return onlyIfOffered(offered, kMimeUriList);
+  });
   if (!read) return std::nullopt;
   return fileURLObjectsFromUriList(read->second);
 }
 
 std::optional<std::vector<PasteboardItem>> MutterPasteboard::pasteboardItems() {
-  const auto offered = types();
-  if (!offered) return std::nullopt;
-  auto read = this->read(only(*offered, kMimeGnomeCopiedFiles));
+  auto read = this->read([](const std::vector<std::string> &offered) {
+    return onlyIfOffered(offered, kMimeGnomeCopiedFiles);
+  });
   if (!read) return std::nullopt;
   return itemsFromGnomeCopiedFiles(read->second);
 }
@@ -200,16 +195,16 @@ std::unique_ptr<MutterPasteboard> createMutterPasteboard(
   if (!session) return nullptr;
   auto state = std::make_shared<MutterPasteboardState>();
   state->session = std::move(session);
-  MutterRemoteDesktop& followed = *state->session;
-  MutterPasteboardState* raw = state.get();
+  MutterRemoteDesktop &followed = *state->session;
+  MutterPasteboardState *raw = state.get();
   // Called with the state's mutex held, from within the session's calls.
-  followed.onOwnerChanged([raw](const MutterClipboardOwner& owner) {
+  followed.onOwnerChanged([raw](const MutterClipboardOwner &owner) {
     raw->owner = owner;
     raw->hasOwner = !owner.types.empty();
     if (!owner.ours) raw->clearing = false;
     ++raw->generation;
   });
-  followed.onTransfer([raw](const std::string&, uint32_t serial) {
+  followed.onTransfer([raw](const std::string &, uint32_t serial) {
     // The empty clipboard has nothing to give: the reader sees its end.
     const int fd = raw->session->selectionWrite(serial, in(kReplyTimeout));
     if (fd >= 0) close(fd);

@@ -12,6 +12,7 @@
 // a clipboard that gives nothing; setString() hands the text to a detached
 // serving process with a session of its own.
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,8 +51,11 @@ class MutterPasteboard : public Pasteboard {
       std::unique_ptr<MutterRemoteDesktop> session);
   explicit MutterPasteboard(std::shared_ptr<MutterPasteboardState> state);
 
+  /// The first of the current owner's types that `choose` picks, read;
+  /// nothing when there is none, or it did not answer in time.
   std::optional<std::pair<std::string, std::string>> read(
-      const std::vector<std::string>& wanted);
+      const std::function<
+          std::vector<std::string>(const std::vector<std::string>&)>& choose);
 
   std::shared_ptr<MutterPasteboardState> state_;
   WriteBack writeBack_;

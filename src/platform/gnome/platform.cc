@@ -8,17 +8,17 @@
 #include <cctype>
 #include <future>
 
+#include "platform/atspi/elements.h"
 #include "platform/atspi/sd_bus.h"
 #include "platform/atspi/session.h"
 #include "platform/gnome/pasteboard.h"
 #include "platform/gnome/remote_desktop.h"
 #include "platform/linux/copy_shortcut.h"
 #include "platform/linux/empty_pasteboard.h"
+#include "platform/linux/linux_platform.h"
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
-#include "rtf/rtf_to_html.h"
 #include "text/text.h"
-#include "text/url_uriparser.h"
 
 namespace tovrin {
 namespace {
@@ -31,30 +31,13 @@ constexpr uint32_t kKeysymControlL = 0xffe3;
 constexpr uint32_t kKeysymShiftL = 0xffe1;
 constexpr uint32_t kKeysymC = 0x63;
 
-/// The system-wide element, the active application, or a text.
-class MutterAXObject : public AXObject {
- public:
-  enum class Kind { kSystemWide, kActiveApplication, kText };
-  explicit MutterAXObject(Kind kind, std::string text = {})
-      : kind_(kind), text_(std::move(text)) {}
-  std::optional<std::string> stringValue() const override {
-    if (kind_ != Kind::kText) return std::nullopt;
-    return text_;
-  }
-  Kind kind() const { return kind_; }
-
- private:
-  Kind kind_;
-  std::string text_;
-};
-
 class MutterEventSource : public EventSource {};
 
 /// The copy shortcut on a remote-desktop session of its own, started for
 /// the keystroke alone: GNOME Shell shows its indicator while it runs.
 class MutterKeyboardEvent : public KeyboardEvent {
  public:
-  MutterKeyboardEvent(std::unique_ptr<MutterRemoteDesktop>& session,
+  MutterKeyboardEvent(std::unique_ptr<MutterRemoteDesktop> &session,
                       std::vector<uint32_t> keysyms, bool keyDown)
       : session_(session), keysyms_(std::move(keysyms)), keyDown_(keyDown) {}
 
@@ -77,13 +60,13 @@ class MutterKeyboardEvent : public KeyboardEvent {
   }
 
  private:
-  std::unique_ptr<MutterRemoteDesktop>& session_;
+  std::unique_ptr<MutterRemoteDesktop> &session_;
   std::vector<uint32_t> keysyms_;
   bool keyDown_;
   uint64_t flags_ = 0;
 };
 
-class MutterPlatform : public SystemPlatform {
+class MutterPlatform : public LinuxPlatform {
  public:
   MutterPlatform(std::unique_ptr<WaylandConnection> connection,
                  std::unique_ptr<MutterRemoteDesktop> clipboard)
@@ -103,36 +86,20 @@ class MutterPlatform : public SystemPlatform {
   }
 
   AXObjectHandle createSystemWideElement() override {
-    return std::make_unique<MutterAXObject>(MutterAXObject::Kind::kSystemWide);
+    return createAtspiSystemWideElement();
   }
 
-  AXAttributeResult copyAttributeValue(const AXObject& element,
+  AXAttributeResult copyAttributeValue(const AXObject &element,
                                        std::string_view attribute) override {
-    const auto* object = dynamic_cast<const MutterAXObject*>(&element);
-    if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
-    if (object->kind() == MutterAXObject::Kind::kSystemWide &&
-        attribute == "AXFocusedUIElement") {
-      if (!accessibility_.mayBeThere()) return {kAXErrorAPIDisabled, nullptr};
-      return {kAXErrorSuccess, std::make_unique<MutterAXObject>(
-                                   MutterAXObject::Kind::kActiveApplication)};
-    }
-    if (object->kind() != MutterAXObject::Kind::kActiveApplication ||
-        attribute != "AXSelectedText") {
-      return {kAXErrorAttributeUnsupported, nullptr};
-    }
-    const AtspiRead& read = atspiRead();
-    if (read.error != kAXErrorSuccess) return {read.error, nullptr};
-    log("[tovrin] Accessibility: read through AT-SPI from " +
-        escapeForLog(read.source));
-    return {kAXErrorSuccess,
-            std::make_unique<MutterAXObject>(MutterAXObject::Kind::kText,
-                                             toValidUtf8(read.text))};
+    return copyAtspiAttribute(
+        element, attribute, accessibility_, [this] { return atspiRead(); },
+        [this](std::string_view line) { log(line); });
   }
 
   /// The application whose window is marked active over AT-SPI; the read
   /// that finds it is the one the direct read answers with.
   std::optional<std::string> frontmostApplicationBundleIdentifier() override {
-    const std::string& source = atspiRead().source;
+    const std::string &source = atspiRead().source;
     const size_t toolkit = source.rfind(" (");
     if (source.empty()) return std::nullopt;
     return source.substr(0, toolkit);
@@ -144,7 +111,7 @@ class MutterPlatform : public SystemPlatform {
     return std::make_unique<MutterEventSource>();
   }
 
-  KeyboardEventHandle createKeyboardEvent(EventSource*, uint16_t virtualKey,
+  KeyboardEventHandle createKeyboardEvent(EventSource *, uint16_t virtualKey,
                                           bool keyDown) override {
     if (virtualKey != kVirtualKeyC) return nullptr;
     generalPasteboard();
@@ -195,20 +162,14 @@ class MutterPlatform : public SystemPlatform {
                              : nullptr);
   }
 
-  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
-    return tovrin::convertRtfToHtml(rtf);
-  }
-  std::optional<ParsedURL> parseURL(std::string_view text) override {
-    return parseURLWithUriparser(text);
-  }
-
  private:
   std::unique_ptr<MutterRemoteDesktop> takeKeysSession() {
     if (preparedKeys_.valid()) return preparedKeys_.get();
-    return MutterRemoteDesktop::open(tovrin::monotonicNow() + kRemoteDesktopTimeout);
+    return MutterRemoteDesktop::open(tovrin::monotonicNow() +
+                                     kRemoteDesktopTimeout);
   }
 
-  const AtspiRead& atspiRead() {
+  const AtspiRead &atspiRead() {
     if (!read_) {
       read_ = accessibility_.mayBeThere()
                   ? accessibility_.readSelection(std::nullopt, kAtspiReadBudget)
@@ -234,16 +195,16 @@ class MutterPlatform : public SystemPlatform {
   std::future<std::unique_ptr<MutterRemoteDesktop>> preparedKeys_;
   std::unique_ptr<MutterRemoteDesktop> keys_;
   std::shared_ptr<Pasteboard> pasteboard_;
-  MutterPasteboard* mutterPasteboard_ = nullptr;  // pasteboard_, when one
+  MutterPasteboard *mutterPasteboard_ = nullptr;  // pasteboard_, when one
 };
 
 }  // namespace
 
 std::unique_ptr<Platform> createMutterPlatform(
-    std::unique_ptr<WaylandConnection>& connection) {
+    std::unique_ptr<WaylandConnection> &connection) {
   std::string why;
-  auto clipboard =
-      MutterRemoteDesktop::open(tovrin::monotonicNow() + kRemoteDesktopTimeout, &why);
+  auto clipboard = MutterRemoteDesktop::open(
+      tovrin::monotonicNow() + kRemoteDesktopTimeout, &why);
   if (!clipboard) {
     if (!why.empty()) {
       writeLogLine("[tovrin] GNOME: " + why + "; the copy is off");

@@ -57,4 +57,12 @@ std::string textFromOffer(std::string_view mimeType, std::string bytes) {
   return toValidUtf8(bytes);
 }
 
+std::vector<std::string> onlyIfOffered(const std::vector<std::string>& offered,
+                                       const char* type) {
+  if (std::find(offered.begin(), offered.end(), type) == offered.end()) {
+    return {};
+  }
+  return {type};
+}
+
 }  // namespace tovrin

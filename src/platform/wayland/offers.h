@@ -39,6 +39,10 @@ std::vector<std::string> typesToRead(PasteboardType type,
 /// The bytes read under `mimeType` as the pasteboard's text: HTML decoded
 /// (UTF-16 with a byte-order mark, else UTF-8), the text/plain types with
 /// CRLF made LF; one trailing NUL dropped and invalid UTF-8 repaired.
+/// `type` alone when `offered` holds it, else nothing.
+std::vector<std::string> onlyIfOffered(const std::vector<std::string>& offered,
+                                       const char* type);
+
 std::string textFromOffer(std::string_view mimeType, std::string bytes);
 
 }  // namespace tovrin

@@ -216,13 +216,6 @@ class Reader {
   bool stopped_ = false;
 };
 
-std::vector<std::string> only(const std::vector<std::string>& offered,
-                              const char* type) {
-  if (std::find(offered.begin(), offered.end(), type) == offered.end()) {
-    return {};
-  }
-  return {type};
-}
 
 }  // namespace
 
@@ -277,7 +270,7 @@ std::optional<std::vector<PasteboardURLObject>>
 WaylandPasteboard::readFileURLObjects() {
   Reader reader(state_);
   auto read = reader.read([](const std::vector<std::string>& offered) {
-    return only(offered, kMimeUriList);
+    return onlyIfOffered(offered, kMimeUriList);
   });
   if (!read) return std::nullopt;
   return fileURLObjectsFromUriList(read->second);
@@ -286,7 +279,7 @@ WaylandPasteboard::readFileURLObjects() {
 std::optional<std::vector<PasteboardItem>> WaylandPasteboard::pasteboardItems() {
   Reader reader(state_);
   auto read = reader.read([](const std::vector<std::string>& offered) {
-    return only(offered, kMimeGnomeCopiedFiles);
+    return onlyIfOffered(offered, kMimeGnomeCopiedFiles);
   });
   if (!read) return std::nullopt;
   return itemsFromGnomeCopiedFiles(read->second);

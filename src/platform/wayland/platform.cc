@@ -10,8 +10,10 @@
 #include <memory>
 #include <string>
 
+#include "platform/atspi/elements.h"
 #include "platform/atspi/session.h"
 #include "platform/linux/empty_pasteboard.h"
+#include "platform/linux/linux_platform.h"
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/keyboard.h"
@@ -19,9 +21,7 @@
 #include "platform/wayland/kwin_windows.h"
 #include "platform/wayland/pasteboard.h"
 #include "platform/wayland/toplevels.h"
-#include "rtf/rtf_to_html.h"
 #include "text/text.h"
-#include "text/url_uriparser.h"
 
 namespace tovrin {
 namespace {
@@ -36,23 +36,6 @@ constexpr std::chrono::milliseconds kKeystrokeWait{2000};
 
 constexpr char kDataControl[] = "zwlr_data_control_manager_v1";
 constexpr char kVirtualKeyboard[] = "zwp_virtual_keyboard_manager_v1";
-
-/// The system-wide element, the active application, or a text.
-class WaylandAXObject : public AXObject {
- public:
-  enum class Kind { kSystemWide, kActiveApplication, kText };
-  explicit WaylandAXObject(Kind kind, std::string text = {})
-      : kind_(kind), text_(std::move(text)) {}
-  std::optional<std::string> stringValue() const override {
-    if (kind_ != Kind::kText) return std::nullopt;
-    return text_;
-  }
-  Kind kind() const { return kind_; }
-
- private:
-  Kind kind_;
-  std::string text_;
-};
 
 class WaylandEventSource : public EventSource {};
 
@@ -123,7 +106,7 @@ class PasteboardKeyboard : public SyntheticKeyboard {
   std::unique_ptr<SyntheticKeyboard> keyboard_;
 };
 
-class WaylandPlatform : public SystemPlatform {
+class WaylandPlatform : public LinuxPlatform {
  public:
   explicit WaylandPlatform(std::unique_ptr<WaylandConnection> connection)
       : connection_(std::move(connection)),
@@ -152,35 +135,21 @@ class WaylandPlatform : public SystemPlatform {
   }
 
   AXObjectHandle createSystemWideElement() override {
-    return std::make_unique<WaylandAXObject>(WaylandAXObject::Kind::kSystemWide);
+    return createAtspiSystemWideElement();
   }
 
   AXAttributeResult copyAttributeValue(const AXObject& element,
                                        std::string_view attribute) override {
-    const auto* object = dynamic_cast<const WaylandAXObject*>(&element);
-    if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
-    if (object->kind() == WaylandAXObject::Kind::kSystemWide &&
-        attribute == "AXFocusedUIElement") {
-      // The accessibility bus knows which application is active.
-      if (!accessibility_.mayBeThere()) return {kAXErrorAPIDisabled, nullptr};
-      return {kAXErrorSuccess, std::make_unique<WaylandAXObject>(
-                                   WaylandAXObject::Kind::kActiveApplication)};
-    }
-    if (object->kind() != WaylandAXObject::Kind::kActiveApplication ||
-        attribute != "AXSelectedText") {
-      return {kAXErrorAttributeUnsupported, nullptr};
-    }
-    // The compositor names the active application, for toolkits that do
-    // not mark their active window.
-    const AtspiRead read = accessibility_.readSelection(
-        std::nullopt, kAtspiReadBudget, frontmostApplicationBundleIdentifier());
-    if (read.error != kAXErrorSuccess) return {read.error, nullptr};
-    // The name is the application's own: escaped like any other.
-    log("[tovrin] Accessibility: read through AT-SPI from " +
-        escapeForLog(read.source));
-    return {kAXErrorSuccess,
-            std::make_unique<WaylandAXObject>(WaylandAXObject::Kind::kText,
-                                              toValidUtf8(read.text))};
+    return copyAtspiAttribute(
+        element, attribute, accessibility_,
+        [this] {
+          // The compositor names the active application, for toolkits that
+          // do not mark their active window.
+          return accessibility_.readSelection(
+              std::nullopt, kAtspiReadBudget,
+              frontmostApplicationBundleIdentifier());
+        },
+        [this](std::string_view line) { log(line); });
   }
 
   std::optional<std::string> frontmostApplicationBundleIdentifier() override {
@@ -255,13 +224,6 @@ class WaylandPlatform : public SystemPlatform {
         std::move(lock), waylandPasteboard_ != nullptr
                              ? &waylandPasteboard_->writeBack()
                              : nullptr);
-  }
-
-  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
-    return tovrin::convertRtfToHtml(rtf);
-  }
-  std::optional<ParsedURL> parseURL(std::string_view text) override {
-    return parseURLWithUriparser(text);
   }
 
  private:

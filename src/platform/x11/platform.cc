@@ -16,15 +16,14 @@
 #include "platform/atspi/session.h"
 #include "platform/linux/empty_pasteboard.h"
 #include "platform/x11/platform.h"
-#include "rtf/rtf_to_html.h"
 #include "platform/x11/desktop.h"
 #include "platform/x11/keyboard.h"
 #include "platform/x11/pasteboard.h"
 #include "platform/platform.h"
 #include "platform/x11/selection.h"
+#include "platform/linux/linux_platform.h"
 #include "platform/system.h"
 #include "text/text.h"
-#include "text/url_uriparser.h"
 
 namespace tovrin {
 namespace {
@@ -99,7 +98,7 @@ class X11KeyboardEvent : public KeyboardEvent {
   uint64_t flags_ = 0;
 };
 
-class X11Platform : public SystemPlatform {
+class X11Platform : public LinuxPlatform {
  public:
   ~X11Platform() override {
     // Keys still down are released before the connection closes.
@@ -209,13 +208,6 @@ class X11Platform : public SystemPlatform {
     return std::make_unique<SharedCopyRunLock>(
         std::move(lock),
         x11Pasteboard_ != nullptr ? &x11Pasteboard_->writeBack() : nullptr);
-  }
-
-  std::optional<std::string> convertRtfToHtml(std::string_view rtf) override {
-    return tovrin::convertRtfToHtml(rtf);
-  }
-  std::optional<ParsedURL> parseURL(std::string_view text) override {
-    return parseURLWithUriparser(text);
   }
 
  private:
