@@ -80,12 +80,6 @@ std::unique_ptr<X11Pasteboard> openPasteboard(
   return pasteboard;
 }
 
-std::unique_ptr<X11Pasteboard> X11Test::newPasteboard() {
-  auto pasteboard = openPasteboard(xvfb().display());
-  EXPECT_TRUE(pasteboard);
-  return pasteboard;
-}
-
 Atom X11Test::atom(const char* name) {
   return XInternAtom(probe_->display(), name, False);
 }
@@ -100,23 +94,6 @@ std::string X11Test::namesOf(const std::vector<uint32_t>& atoms) {
     names += (names.empty() ? "" : " ") + name.value_or("None");
   }
   return names;
-}
-
-pid_t X11Test::xclipOwns(const std::string& target, const std::string& data) {
-  Window before = clipboardOwner();
-  SpawnOptions options;
-  options.input = data;
-  auto pid = xvfb().spawn(
-      {"xclip", "-quiet", "-selection", "clipboard", "-t", target, "-i"},
-      options);
-  EXPECT_TRUE(pid && waitUntil(
-                         [&] {
-                           Window owner = clipboardOwner();
-                           return owner != None && owner != before;
-                         },
-                         seconds(5)))
-      << "xclip did not take CLIPBOARD";
-  return pid.value_or(-1);
 }
 
 std::optional<std::string> X11Test::xclipReads(const std::string& target) {

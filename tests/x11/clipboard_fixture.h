@@ -77,14 +77,10 @@ class X11Test : public XvfbTest {
   void TearDown() override;
 
   Display* display() { return probe_->display(); }
-  std::unique_ptr<X11Pasteboard> newPasteboard();
   Atom atom(const char* name);
   Window clipboardOwner();
   /// The names of `atoms`, separated by spaces; "None" for 0.
   std::string namesOf(const std::vector<uint32_t>& atoms);
-  /// Starts xclip owning CLIPBOARD with `data` under `target` and waits
-  /// until it owns it.
-  pid_t xclipOwns(const std::string& target, const std::string& data);
   /// What `xclip -o` reads from CLIPBOARD as `target`; nothing when xclip
   /// fails or hangs.
   std::optional<std::string> xclipReads(const std::string& target);

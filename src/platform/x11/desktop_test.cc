@@ -19,13 +19,9 @@ namespace {
 TEST(CopyShortcutTest, EitherNameOfTheWindowClassTells) {
   // Which names are terminals' is tested with the lookup by names; here,
   // that the instance and the class each count.
-  EXPECT_TRUE(copyShortcutFor(WindowClass{"urxvt-unicode", ""}) ==
-              CopyShortcut::kNone);
-  EXPECT_TRUE(copyShortcutFor(WindowClass{"main", "kitty"}) ==
-              CopyShortcut::kControlShiftC);
-  EXPECT_TRUE(copyShortcutFor(WindowClass{"mousepad", "Mousepad"}) ==
-              CopyShortcut::kControlC);
-  EXPECT_TRUE(copyShortcutFor(std::nullopt) == CopyShortcut::kControlC);
+  EXPECT_EQ(copyShortcutFor(WindowClass{"urxvt-unicode", ""}), CopyShortcut::kNone);
+  EXPECT_EQ(copyShortcutFor(WindowClass{"main", "kitty"}), CopyShortcut::kControlShiftC);
+  EXPECT_EQ(copyShortcutFor(std::nullopt), CopyShortcut::kControlC);
 }
 
 class DesktopX11Test : public testing::X11Test {
@@ -66,9 +62,14 @@ TEST_F(DesktopX11Test, WithoutWindowManagerTheInputFocusOrThePointerTells) {
 // AltGr (Mod5) have no flag.
 TEST_F(DesktopX11Test, EachModifierHeldShowsInTheFlags) {
   const std::pair<KeySym, uint64_t> steps[] = {
-      {XK_Num_Lock, 0},        {XK_ISO_Level3_Shift, 0}, {XK_Shift_L, 0x20000},
-      {XK_Control_L, 0x60000}, {XK_Alt_L, 0xE0000},      {XK_Super_L, 0x1E0000},
-      {XK_Caps_Lock, 0x1F0000}};
+      {XK_Num_Lock, 0},
+      {XK_ISO_Level3_Shift, 0},
+      {XK_Shift_L, 0x20000},
+      {XK_Control_L, 0x60000},
+      {XK_Alt_L, 0xE0000},
+      {XK_Super_L, 0x1E0000},
+      {XK_Caps_Lock, 0x1F0000},
+  };
   EXPECT_EQ(currentModifierFlags(display()), 0u);
   for (const auto& [key, flags] : steps) {
     XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), key), True,

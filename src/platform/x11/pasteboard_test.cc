@@ -8,7 +8,6 @@
 
 #include <X11/Xlib.h>
 
-#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
@@ -43,7 +42,7 @@ class PasteboardX11Test : public testing::X11Test {
   void SetUp() override {
     X11Test::SetUp();
     if (IsSkipped()) return;
-    pasteboard_ = newPasteboard();
+    pasteboard_ = testing::openPasteboard(xvfb().display());
     ASSERT_TRUE(pasteboard_);
   }
   void TearDown() override {
@@ -129,21 +128,15 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
   TestOwner owner(xvfb().display(), {{"UTF8_STRING", "old content"}});
   ASSERT_TRUE(owner.owns());
   owner.pause(true);
-  std::atomic<bool> lateDone{false};
-  Text lateResult = "unset";
-  std::thread late([&] {
-    lateResult = text();
-    lateDone = true;
-  });
+  auto late = std::async(std::launch::async, [&] { return text(); });
   // Let the late reader get stuck on the frozen owner first.
   std::this_thread::sleep_for(milliseconds(100));
   pasteboard_->clearContents();
   milliseconds took = timed([&] { EXPECT_EQ(reads(), "-|-|-|-|-|-"); });
   EXPECT_LT(took, kPromptly);
-  EXPECT_FALSE(lateDone.load())
+  EXPECT_NE(late.wait_for(milliseconds(0)), std::future_status::ready)
       << "the main thread's operations waited for the stuck reader";
-  late.join();
-  EXPECT_EQ(lateResult, std::nullopt);
+  EXPECT_EQ(late.get(), std::nullopt);
   // Now it answers the request it held back, to a reader that gave up, and
   // learns that it lost CLIPBOARD.
   owner.pause(false);
@@ -193,7 +186,7 @@ TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
   for (Behaviour behaviour : {Behaviour::kSilent, Behaviour::kEndlessSlow,
                               Behaviour::kEndlessFast, Behaviour::kHuge}) {
     SCOPED_TRACE(static_cast<int>(behaviour));
-    pasteboard_ = newPasteboard();
+    pasteboard_ = testing::openPasteboard(xvfb().display());
     ASSERT_TRUE(pasteboard_);
     auto owner = std::make_unique<TestOwner>(xvfb().display(), behaviour);
     ASSERT_TRUE(owner->owns());
