@@ -16,9 +16,8 @@
 int main(int argc, char** argv) {
   using tovrin::testing::Behaviour;
   // In the order of Behaviour.
-  const std::string kinds[] = {
-      "",     "silent",          "stalls", "endless-slow", "endless-fast",
-      "huge", "huge-unannounced"};
+  const std::string kinds[] = {"",     "silent",          "stalls", "endless-slow", "endless-fast",
+                               "huge", "huge-unannounced"};
   int kind = 1;
   while (argc == 2 && kind < 7 && kinds[kind] != argv[1]) ++kind;
   if (argc != 2 || kind == 7) {
@@ -34,8 +33,7 @@ int main(int argc, char** argv) {
   for (int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const char* display = std::getenv("DISPLAY");
-  tovrin::testing::TestOwner owner(display ? display : "",
-                                   static_cast<Behaviour>(kind));
+  tovrin::testing::TestOwner owner(display ? display : "", static_cast<Behaviour>(kind));
   if (!owner.owns()) {
     std::fprintf(stderr, "could not take CLIPBOARD\n");
     return 1;

@@ -76,8 +76,7 @@ class TestOwner {
   void answer(const XSelectionRequestEvent& request);
   void sendChunk();
   /// Writes the transfer's property.
-  void put(uint8_t mode, Atom type, int format, size_t length,
-           const void* data);
+  void put(uint8_t mode, Atom type, int format, size_t length, const void* data);
 
   Behaviour behaviour_;
   size_t chunkSize_;

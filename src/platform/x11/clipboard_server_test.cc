@@ -51,8 +51,7 @@ TEST_F(ClipboardServerX11Test, WrittenTextOutlivesThePasteboardAndItsProcess) {
   // convert CLIPBOARD_MANAGER to SAVE_TARGETS, it would copy the targets
   // listed in the requestor's property from CLIPBOARD.
   ConversionDeadline deadline;
-  ASSERT_TRUE(acquireSelection(display(), probe_->window(),
-                               atom("CLIPBOARD_MANAGER"), deadline));
+  ASSERT_TRUE(acquireSelection(display(), probe_->window(), atom("CLIPBOARD_MANAGER"), deadline));
   const std::string text = "caf\xC3\xA9 line\nsecond";
   {
     auto pasteboard = openPasteboard(xvfb().display());
@@ -63,16 +62,12 @@ TEST_F(ClipboardServerX11Test, WrittenTextOutlivesThePasteboardAndItsProcess) {
   }
   XEvent event;
   ASSERT_TRUE(waitUntil(
-      [&] {
-        return XCheckTypedEvent(display(), SelectionRequest, &event) == True;
-      },
-      kGivesUp));
+      [&] { return XCheckTypedEvent(display(), SelectionRequest, &event) == True; }, kGivesUp));
   const XSelectionRequestEvent& request = event.xselectionrequest;
   EXPECT_EQ(request.target, atom("SAVE_TARGETS"));
   auto listed = readProperty(display(), request.requestor, request.property);
   ASSERT_TRUE(listed);
-  EXPECT_EQ(namesOf(listed->values32()),
-            "UTF8_STRING text/plain;charset=utf-8 STRING");
+  EXPECT_EQ(namesOf(listed->values32()), "UTF8_STRING text/plain;charset=utf-8 STRING");
   EXPECT_EQ(xclipReads("UTF8_STRING"), text);
   EXPECT_EQ(xclipReads("text/plain;charset=utf-8"), text);
   EXPECT_EQ(xclipReads("STRING"), "caf\xE9 line\nsecond");
@@ -101,8 +96,7 @@ TEST_F(ClipboardServerX11Test, LargeTextGoesThroughIncrBothWays) {
   EXPECT_TRUE(pasteboard->stringForType(PasteboardType::kString) == large);
   // xclip too sends values above 1 MB in INCR chunks.
   ASSERT_TRUE(xvfb().own(Selection::kClipboard, large + "from xclip"));
-  EXPECT_TRUE(pasteboard->stringForType(PasteboardType::kString) ==
-              large + "from xclip");
+  EXPECT_TRUE(pasteboard->stringForType(PasteboardType::kString) == large + "from xclip");
 }
 
 #if defined(__SANITIZE_THREAD__)
@@ -143,8 +137,7 @@ TEST_F(ClipboardServerX11Test, DisplayGoingAwayEndsTheServerButNotUs) {
 std::vector<pid_t> ownChildren() {
   while (waitpid(-1, nullptr, WNOHANG) > 0) {
   }
-  std::ifstream list("/proc/self/task/" + std::to_string(gettid()) +
-                     "/children");
+  std::ifstream list("/proc/self/task/" + std::to_string(gettid()) + "/children");
   std::vector<pid_t> children;
   for (pid_t pid = 0; list >> pid;) children.push_back(pid);
   return children;
@@ -153,8 +146,7 @@ std::vector<pid_t> ownChildren() {
 // Run as the host runs tovrin: in a child process of its own whose output
 // the host reads to its end, which must come when tovrin exits, not when the
 // server it leaves does.
-TEST_F(ClipboardServerX11Test,
-       ServerProcessStartedAheadEndsUnusedOrIsReplaced) {
+TEST_F(ClipboardServerX11Test, ServerProcessStartedAheadEndsUnusedOrIsReplaced) {
   const std::string display = xvfb().display();
   // Exit codes past 0 tell where the run failed.
   const auto run = [&]() -> int {
@@ -164,14 +156,12 @@ TEST_F(ClipboardServerX11Test,
     if (!pasteboard) return 2;
     pasteboard->clearContents();
     // The intermediate process ends at once; the server becomes ours.
-    if (!waitUntil([] { return ownChildren().size() == 1; }, kGivesUp))
-      return 3;
+    if (!waitUntil([] { return ownChildren().size() == 1; }, kGivesUp)) return 3;
     pasteboard.reset();
     if (!waitUntil([] { return ownChildren().empty(); }, kGivesUp)) return 4;
     if (!(pasteboard = openPasteboard(display))) return 2;
     pasteboard->clearContents();
-    if (!waitUntil([] { return ownChildren().size() == 1; }, kGivesUp))
-      return 3;
+    if (!waitUntil([] { return ownChildren().size() == 1; }, kGivesUp)) return 3;
     kill(ownChildren().front(), SIGKILL);
     waitpid(-1, nullptr, 0);
     if (!pasteboard->setString("replaced", PasteboardType::kString)) return 5;

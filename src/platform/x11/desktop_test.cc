@@ -72,8 +72,7 @@ TEST_F(DesktopX11Test, EachModifierHeldShowsInTheFlags) {
   };
   EXPECT_EQ(currentModifierFlags(display()), 0u);
   for (const auto& [key, flags] : steps) {
-    XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), key), True,
-                      CurrentTime);
+    XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), key), True, CurrentTime);
     XSync(display(), False);
     EXPECT_EQ(currentModifierFlags(display()), flags) << XKeysymToString(key);
   }

@@ -31,9 +31,8 @@ class KeyboardX11Test : public testing::X11Test {
   void SetUp() override {
     X11Test::SetUp();
     if (IsSkipped()) return;
-    Window window =
-        testing::mapTestWindow(display(), DefaultRootWindow(display()), 0, 0,
-                               "editor", KeyPressMask | KeyReleaseMask);
+    Window window = testing::mapTestWindow(display(), DefaultRootWindow(display()), 0, 0, "editor",
+                                           KeyPressMask | KeyReleaseMask);
     XSetInputFocus(display(), window, RevertToPointerRoot, CurrentTime);
     XSync(display(), False);
   }
@@ -49,8 +48,7 @@ class KeyboardX11Test : public testing::X11Test {
           for (XEvent event; XPending(display()) > 0;) {
             XNextEvent(display(), &event);
             if (event.type != KeyPress && event.type != KeyRelease) continue;
-            events += (event.type == KeyPress ? " +" : " -") +
-                      std::to_string(event.xkey.keycode);
+            events += (event.type == KeyPress ? " +" : " -") + std::to_string(event.xkey.keycode);
           }
           return std::count(events.begin(), events.end(), ' ') >= count;
         },
@@ -62,18 +60,16 @@ class KeyboardX11Test : public testing::X11Test {
   std::vector<KeySym> keyboardMapping() {
     int minKey = 0, maxKey = 0, perKey = 0;
     XDisplayKeycodes(display(), &minKey, &maxKey);
-    XlibPointer<KeySym> map(XGetKeyboardMapping(
-        display(), static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey));
-    return std::vector<KeySym>(map.get(),
-                               map.get() + (maxKey - minKey + 1) * perKey);
+    XlibPointer<KeySym> map(
+        XGetKeyboardMapping(display(), static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey));
+    return std::vector<KeySym>(map.get(), map.get() + (maxKey - minKey + 1) * perKey);
   }
 
   /// Swaps the XKB names of key codes 54 and 56, as a keyboard that numbers
   /// its keys otherwise would have them: AB03 on 56, AB05 on 54.
   void swapKeyNames() {
     std::unique_ptr<XkbDescRec, void (*)(XkbDescPtr)> keyboard(
-        XkbAllocKeyboard(),
-        [](XkbDescPtr keyboard) { XkbFreeKeyboard(keyboard, 0, True); });
+        XkbAllocKeyboard(), [](XkbDescPtr keyboard) { XkbFreeKeyboard(keyboard, 0, True); });
     ASSERT_EQ(XkbGetNames(display(), XkbKeyNamesMask, keyboard.get()), Success);
     std::swap(keyboard->names->keys[54], keyboard->names->keys[56]);
     ASSERT_TRUE(XkbSetNames(display(), XkbKeyNamesMask, 54, 3, keyboard.get()));
@@ -100,11 +96,7 @@ TEST_F(KeyboardX11Test, CopyShortcutPressesTheKeysOfTheLayoutAlone) {
       // With Dvorak and Russian loaded, c sits on another key in each
       // group, and only the active group says which one the application
       // reads. Russian has no c: then the key at its US position.
-      {"Dvorak",
-       {"-layout", "us,ru", "-variant", "dvorak,"},
-       0,
-       CopyShortcut::kControlC,
-       {37, 31}},
+      {"Dvorak", {"-layout", "us,ru", "-variant", "dvorak,"}, 0, CopyShortcut::kControlC, {37, 31}},
       {"Russian group", {}, 1, CopyShortcut::kControlC, {37, 54}},
       {"Russian", {"-layout", "ru"}, 0, CopyShortcut::kControlC, {37, 54}},
       // Keyboards and drivers number their keys differently; the key's XKB
@@ -115,8 +107,7 @@ TEST_F(KeyboardX11Test, CopyShortcutPressesTheKeysOfTheLayoutAlone) {
     SCOPED_TRACE(row.name);
     if (!row.layout.empty()) {
       if (access("/usr/bin/setxkbmap", X_OK) != 0) GTEST_SKIP();
-      std::vector<std::string> argv = {"setxkbmap", "-display",
-                                       xvfb().display()};
+      std::vector<std::string> argv = {"setxkbmap", "-display", xvfb().display()};
       argv.insert(argv.end(), row.layout.begin(), row.layout.end());
       const auto result = xvfb().run(argv, std::chrono::seconds(10));
       ASSERT_TRUE(result && result->exit.code == 0) << "setxkbmap failed";
@@ -130,8 +121,7 @@ TEST_F(KeyboardX11Test, CopyShortcutPressesTheKeysOfTheLayoutAlone) {
     // The copy keystroke has a connection of its own, opened now so that it
     // sees the layout of this moment.
     auto connection = SelectionConnection::open(xvfb().display());
-    auto keystroke =
-        CopyKeystroke::prepare(connection->display(), row.shortcut);
+    auto keystroke = CopyKeystroke::prepare(connection->display(), row.shortcut);
     ASSERT_TRUE(keystroke);
     EXPECT_EQ(keystroke->shortcutKeys(), row.keys);
     keystroke->press();

@@ -64,11 +64,10 @@ class PasteboardX11Test : public testing::X11Test {
     auto items = pasteboard_->pasteboardItems();
     auto urls = pasteboard_->readFileURLObjects();
     return text().value_or("-") + "|" +
-           pasteboard_->stringForType(PasteboardType::kHTML).value_or("-") +
-           "|" + pasteboard_->dataForType(PasteboardType::kRTF).value_or("-") +
-           "|" + joined(urls ? testing::pathsOf(*urls) : Opt()) + "|" +
-           joined(items ? testing::urlsOf(*items) : Opt()) + "|" +
-           joined(pasteboard_->types());
+           pasteboard_->stringForType(PasteboardType::kHTML).value_or("-") + "|" +
+           pasteboard_->dataForType(PasteboardType::kRTF).value_or("-") + "|" +
+           joined(urls ? testing::pathsOf(*urls) : Opt()) + "|" +
+           joined(items ? testing::urlsOf(*items) : Opt()) + "|" + joined(pasteboard_->types());
   }
 
   std::unique_ptr<X11Pasteboard> pasteboard_;
@@ -80,8 +79,7 @@ TEST_F(PasteboardX11Test, ReadsWhatEachKindOfOwnerOffers) {
   const std::pair<std::vector<TestOwner::Target>, std::string> rows[] = {
       {{}, "-|-|-|-|-|-"},
       {{{"UTF8_STRING", "line 1\r\nl\xC3\xA9ne \xFF 2"}},
-       "line 1\r\nl\xC3\xA9ne \xEF\xBF\xBD 2|-|-|-|-" + kTargets +
-           "UTF8_STRING"},
+       "line 1\r\nl\xC3\xA9ne \xEF\xBF\xBD 2|-|-|-|-" + kTargets + "UTF8_STRING"},
       // UTF8_STRING over the charset target, which is over STRING.
       {{{"text/plain;charset=utf-8", "b\r\n"}, {"UTF8_STRING", "a\r\n"}},
        "a\r\n|-|-|-|-" + kTargets + "text/plain;charset=utf-8 UTF8_STRING"},
@@ -93,16 +91,12 @@ TEST_F(PasteboardX11Test, ReadsWhatEachKindOfOwnerOffers) {
        "-|<i>\xC3\xA9</i>|-|-|-" + kTargets + "text/html"},
       {{{"text/rtf", "{\\rtf1\\ansi caf\\'e9}\r\n"}},
        "-|-|{\\rtf1\\ansi caf\\'e9}\r\n|-|-" + kTargets + "text/rtf"},
-      {{{"application/rtf", "{\\rtf1 x}"}},
-       "-|-|{\\rtf1 x}|-|-" + kTargets + "application/rtf"},
+      {{{"application/rtf", "{\\rtf1 x}"}}, "-|-|{\\rtf1 x}|-|-" + kTargets + "application/rtf"},
       // As pcmanfm sends it.
-      {{{"text/uri-list",
-         "file:///tmp/a%20b\r\nhttps://example.com/\r\nfile:///tmp/d/\r\n\0"s}},
+      {{{"text/uri-list", "file:///tmp/a%20b\r\nhttps://example.com/\r\nfile:///tmp/d/\r\n\0"s}},
        "-|-|-|/tmp/a b /tmp/d|-" + kTargets + "text/uri-list"},
-      {{{"x-special/gnome-copied-files",
-         "copy\nfile:///tmp/a%20b\nfile:///tmp/c\0"s}},
-       "-|-|-|-|file:///tmp/a%20b file:///tmp/c" + kTargets +
-           "x-special/gnome-copied-files"},
+      {{{"x-special/gnome-copied-files", "copy\nfile:///tmp/a%20b\nfile:///tmp/c\0"s}},
+       "-|-|-|-|file:///tmp/a%20b file:///tmp/c" + kTargets + "x-special/gnome-copied-files"},
   };
   for (const auto& row : rows) {
     const auto& [targets, expected] = row;
@@ -119,8 +113,7 @@ TEST_F(PasteboardX11Test, ReadsWhatEachKindOfOwnerOffers) {
     // Nothing to wait for without an owner.
     EXPECT_TRUE(owner || took < kPromptly) << took.count() << " ms";
   }
-  EXPECT_EQ(pasteboard_->propertyListForType("NSFilenamesPboardType"),
-            std::nullopt);
+  EXPECT_EQ(pasteboard_->propertyListForType("NSFilenamesPboardType"), std::nullopt);
 }
 
 // The application owning CLIPBOARD is frozen when the capture begins.
@@ -145,8 +138,7 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
   EXPECT_EQ(owner.requestsSeen(), 1);
   // The application's copy takes CLIPBOARD over.
   {
-    TestOwner next(xvfb().display(),
-                   {{"UTF8_STRING", "next"}, {"text/html", "<p>next</p>"}});
+    TestOwner next(xvfb().display(), {{"UTF8_STRING", "next"}, {"text/html", "<p>next</p>"}});
     ASSERT_TRUE(next.owns());
     EXPECT_EQ(reads(),
               "next|<p>next</p>|-|-|-|TARGETS TIMESTAMP MULTIPLE UTF8_STRING "
@@ -158,8 +150,7 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
   pasteboard_->clearContents();
   EXPECT_NE(clipboardOwner(), static_cast<Window>(None));
   auto ask = [&](const std::string& target) {
-    auto reader =
-        std::async(std::launch::async, [&] { return xclipReads(target); });
+    auto reader = std::async(std::launch::async, [&] { return xclipReads(target); });
     while (reader.wait_for(milliseconds(5)) != std::future_status::ready) {
       pasteboard_->types();
     }
@@ -173,8 +164,7 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
   Display* x = display();
   for (const char* target : {"TARGETS", "UTF8_STRING", "TIMESTAMP"}) {
     Window window = createSelectionWindow(x);
-    XConvertSelection(x, atom("CLIPBOARD"), atom(target), atom("P"), window,
-                      CurrentTime);
+    XConvertSelection(x, atom("CLIPBOARD"), atom(target), atom("P"), window, CurrentTime);
     XDestroyWindow(x, window);
   }
   XSync(x, False);
@@ -183,8 +173,8 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
 }
 
 TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
-  for (Behaviour behaviour : {Behaviour::kSilent, Behaviour::kEndlessSlow,
-                              Behaviour::kEndlessFast, Behaviour::kHuge}) {
+  for (Behaviour behaviour :
+       {Behaviour::kSilent, Behaviour::kEndlessSlow, Behaviour::kEndlessFast, Behaviour::kHuge}) {
     SCOPED_TRACE(static_cast<int>(behaviour));
     pasteboard_ = testing::openPasteboard(xvfb().display());
     ASSERT_TRUE(pasteboard_);
@@ -198,9 +188,8 @@ TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
     // the X server itself, so the round trip that notices the deadline may
     // come late on a busy machine: bounded all the same, well under what an
     // unbounded read takes (it never ends).
-    EXPECT_LT(took,
-              kX11PasteboardReadBudget / 2 +
-                  (behaviour == Behaviour::kEndlessFast ? 4 : 1) * kPromptly);
+    EXPECT_LT(took, kX11PasteboardReadBudget / 2 +
+                        (behaviour == Behaviour::kEndlessFast ? 4 : 1) * kPromptly);
     ASSERT_TRUE(owner);
     if (behaviour == Behaviour::kHuge) {
       // Given up at the announcement: only what deleting it asked for came.
@@ -230,8 +219,7 @@ TEST_F(PasteboardX11Test, ReadsOfOnePasteboardShareOneBudget) {
   std::vector<std::unique_ptr<TestOwner>> owners;
   milliseconds total{0};
   for (int i = 0; i < 3; ++i) {
-    owners.push_back(
-        std::make_unique<TestOwner>(xvfb().display(), Behaviour::kEndlessSlow));
+    owners.push_back(std::make_unique<TestOwner>(xvfb().display(), Behaviour::kEndlessSlow));
     ASSERT_TRUE(owners.back()->owns());
     Text read = "unset";
     total += testing::readAgainst(
