@@ -57,7 +57,6 @@ class TestOwner {
   TestOwner& operator=(const TestOwner&) = delete;
 
   bool owns() const { return thread_.joinable(); }
-  Window window() const { return connection_->window(); }
   /// The server time at which it took CLIPBOARD.
   Time acquired() const { return acquired_; }
   int requestsSeen() const { return requests_; }

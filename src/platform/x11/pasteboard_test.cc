@@ -99,14 +99,12 @@ TEST_F(PasteboardX11Test, ReadsWhatEachKindOfOwnerOffers) {
        "-|-|-|-|file:///tmp/a%20b file:///tmp/c" + kTargets + "x-special/gnome-copied-files"},
   };
   for (const auto& row : rows) {
-    const auto& [targets, expected] = row;
-    SCOPED_TRACE(expected);
+    SCOPED_TRACE(row.second);
     std::optional<TestOwner> owner;
-    if (!targets.empty()) owner.emplace(xvfb().display(), targets);
+    if (!row.first.empty()) owner.emplace(xvfb().display(), row.first);
     ASSERT_TRUE(!owner || owner->owns());
-    std::future<std::string> other;
     milliseconds took = timed([&] {
-      other = std::async(std::launch::async, [&] { return reads(); });
+      auto other = std::async(std::launch::async, [&] { return reads(); });
       EXPECT_EQ(reads(), row.second);
       EXPECT_EQ(other.get(), row.second);
     });
@@ -137,13 +135,9 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
       << "the previous owner was not told it lost CLIPBOARD";
   EXPECT_EQ(owner.requestsSeen(), 1);
   // The application's copy takes CLIPBOARD over.
-  {
-    TestOwner next(xvfb().display(), {{"UTF8_STRING", "next"}, {"text/html", "<p>next</p>"}});
-    ASSERT_TRUE(next.owns());
-    EXPECT_EQ(reads(),
-              "next|<p>next</p>|-|-|-|TARGETS TIMESTAMP MULTIPLE UTF8_STRING "
-              "text/html");
-  }
+  TestOwner next(xvfb().display(), {{"UTF8_STRING", "next"}, {"text/html", "<p>next</p>"}});
+  ASSERT_TRUE(next.owns());
+  EXPECT_EQ(reads(), "next|<p>next</p>|-|-|-|TARGETS TIMESTAMP MULTIPLE UTF8_STRING text/html");
 
   // Other clients are answered whenever this process handles events; here
   // it keeps reading while they ask.
