@@ -21,6 +21,7 @@ TEST(CopyShortcutTest, EitherNameOfTheWindowClassTells) {
   // that the instance and the class each count.
   EXPECT_EQ(copyShortcutFor(WindowClass{"urxvt-unicode", ""}), CopyShortcut::kNone);
   EXPECT_EQ(copyShortcutFor(WindowClass{"main", "kitty"}), CopyShortcut::kControlShiftC);
+  EXPECT_EQ(copyShortcutFor(WindowClass{"mousepad", "Mousepad"}), CopyShortcut::kControlC);
   EXPECT_EQ(copyShortcutFor(std::nullopt), CopyShortcut::kControlC);
 }
 
