@@ -25,37 +25,29 @@ TEST(CopyShortcutTest, EitherNameOfTheWindowClassTells) {
   EXPECT_EQ(copyShortcutFor(std::nullopt), CopyShortcut::kControlC);
 }
 
-class DesktopX11Test : public testing::X11Test {
- protected:
-  Window root() { return DefaultRootWindow(display()); }
-  void movePointerTo(int x, int y) {
-    XWarpPointer(display(), None, root(), 0, 0, 0, 0, x, y);
-    XSync(display(), False);
-  }
-  void focus(Window window) {
-    XSetInputFocus(display(), window, RevertToPointerRoot, CurrentTime);
-    XSync(display(), False);
-  }
-};
+// The pointer and focus requests need no sync: focusedWindow asks on the same connection, which
+// the server answers in order.
+class DesktopX11Test : public testing::X11Test {};
 
 TEST_F(DesktopX11Test, WithoutWindowManagerTheInputFocusOrThePointerTells) {
-  Window editor = testing::mapTestWindow(display(), root(), 0, 0, "editor");
-  Window viewer = testing::mapTestWindow(display(), root(), 600, 0, "viewer");
+  const Window root = DefaultRootWindow(display());
+  Window editor = testing::mapTestWindow(display(), root, 0, 0, "editor");
+  Window viewer = testing::mapTestWindow(display(), root, 600, 0, "viewer");
   // A toolkit's subwindow, without WM_CLASS of its own.
   Window field = testing::mapTestWindow(display(), editor, 10, 10, nullptr);
-  movePointerTo(700, 100);  // over the viewer
+  XWarpPointer(display(), None, root, 0, 0, 0, 0, 700, 100);  // over the viewer
 
-  focus(editor);
+  XSetInputFocus(display(), editor, RevertToPointerRoot, CurrentTime);
   EXPECT_EQ(focusedWindow(display()), editor);
-  focus(field);
+  XSetInputFocus(display(), field, RevertToPointerRoot, CurrentTime);
   EXPECT_EQ(focusedWindow(display()), editor);
 
   // The focus follows the pointer.
-  focus(PointerRoot);
+  XSetInputFocus(display(), PointerRoot, RevertToPointerRoot, CurrentTime);
   EXPECT_EQ(focusedWindow(display()), viewer);
-  movePointerTo(50, 50);
+  XWarpPointer(display(), None, root, 0, 0, 0, 0, 50, 50);
   EXPECT_EQ(focusedWindow(display()), editor);
-  movePointerTo(1200, 700);  // over no window
+  XWarpPointer(display(), None, root, 0, 0, 0, 0, 1200, 700);  // over no window
   EXPECT_EQ(focusedWindow(display()), 0u);
 }
 

@@ -34,7 +34,6 @@ class KeyboardX11Test : public testing::X11Test {
     Window window = testing::mapTestWindow(display(), DefaultRootWindow(display()), 0, 0, "editor",
                                            KeyPressMask | KeyReleaseMask);
     XSetInputFocus(display(), window, RevertToPointerRoot, CurrentTime);
-    XSync(display(), False);
   }
 
   /// The key events the window has received since the last call, each as
