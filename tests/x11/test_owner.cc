@@ -101,14 +101,9 @@ void TestOwner::answer(const XSelectionRequestEvent& request) {
                                     .sequence);
   auto announced = uint32_t(behaviour_ == Behaviour::kHuge ? kHugeSize : chunkSize_);
   put(XCB_PROP_MODE_REPLACE, XInternAtom(connection_->display(), "INCR", 0), 32, 1, &announced);
-  xcb_selection_notify_event_t notice = {XCB_SELECTION_NOTIFY,
-                                         0,
-                                         0,
-                                         uint32_t(request.time),
-                                         uint32_t(request.requestor),
-                                         uint32_t(request.selection),
-                                         uint32_t(request.target),
-                                         uint32_t(property_)};
+  xcb_selection_notify_event_t notice = {XCB_SELECTION_NOTIFY, 0, 0, uint32_t(request.time),
+                                         uint32_t(request.requestor), uint32_t(request.selection),
+                                         uint32_t(request.target), uint32_t(property_)};
   xcb_discard_reply(connection, xcb_send_event_checked(connection, 0, uint32_t(requestor_),
                                                        XCB_EVENT_MASK_NO_EVENT,
                                                        reinterpret_cast<const char*>(&notice))
