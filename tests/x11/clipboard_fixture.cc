@@ -78,10 +78,6 @@ std::unique_ptr<X11Pasteboard> openPasteboard(const std::string& display,
 
 Atom X11Test::atom(const char* name) { return XInternAtom(probe_->display(), name, False); }
 
-Window X11Test::clipboardOwner() {
-  return XGetSelectionOwner(probe_->display(), atom("CLIPBOARD"));
-}
-
 std::string X11Test::namesOf(const std::vector<uint32_t>& atoms) {
   std::string names;
   for (auto& name : atomNames(display(), {atoms.begin(), atoms.end()})) {
@@ -97,7 +93,8 @@ std::optional<std::string> X11Test::xclipReads(const std::string& target) {
 }
 
 pid_t X11Test::clipboardOwnerPid() {
-  auto value = readProperty(display(), clipboardOwner(), atom("_NET_WM_PID"));
+  Window owner = XGetSelectionOwner(display(), atom("CLIPBOARD"));
+  auto value = readProperty(display(), owner, atom("_NET_WM_PID"));
   if (!value || value->type != XA_CARDINAL || value->values32().size() != 1) {
     return -1;
   }

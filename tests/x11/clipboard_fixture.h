@@ -76,7 +76,6 @@ class X11Test : public XvfbTest {
 
   Display* display() { return probe_->display(); }
   Atom atom(const char* name);
-  Window clipboardOwner();
   /// The names of `atoms`, separated by spaces; "None" for 0.
   std::string namesOf(const std::vector<uint32_t>& atoms);
   /// What `xclip -o` reads from CLIPBOARD as `target`; nothing when xclip

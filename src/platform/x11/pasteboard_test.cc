@@ -162,7 +162,7 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
   }
   XSync(x, False);
   EXPECT_EQ(pasteboard_->types(), std::nullopt);
-  EXPECT_NE(clipboardOwner(), static_cast<Window>(None));
+  EXPECT_NE(XGetSelectionOwner(x, atom("CLIPBOARD")), static_cast<Window>(None));
 }
 
 TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
@@ -183,10 +183,6 @@ TEST_F(PasteboardX11Test, HostileOwnerIsGivenUpOnUntilANewOwnerCopies) {
     EXPECT_LT(took, kX11PasteboardReadBudget / 2 +
                         (behaviour == Behaviour::kEndlessFast ? 4 : 1) * kPromptly);
     ASSERT_TRUE(owner);
-    if (behaviour == Behaviour::kHuge) {
-      // Given up at the announcement: only what deleting it asked for came.
-      EXPECT_LE(owner->bytesSent(), size_t{2 * 262144});
-    }
 
     // The rest of a capture, against the same owner, asks it nothing.
     const int asked = owner->requestsSeen();
