@@ -15,9 +15,7 @@ using std::chrono::milliseconds;
 TestOwner::TestOwner(const std::string& display, Behaviour behaviour,
                      const std::vector<Target>& targets, size_t chunkSize)
     : behaviour_(behaviour),
-      chunkSize_(chunkSize != 0                         ? chunkSize
-                 : behaviour == Behaviour::kEndlessSlow ? 1024
-                                                        : 262144),
+      chunkSize_(chunkSize != 0 ? chunkSize : behaviour == Behaviour::kEndlessSlow ? 1024 : 262144),
       chunk_(chunkSize_, 'x') {
   connection_ = SelectionConnection::open(display);
   if (!connection_) return;

@@ -129,8 +129,7 @@ TEST_F(ClipboardServerX11Test, DisplayGoingAwayEndsTheServerButNotUs) {
 
 /// The processes whose parent is this one, once those that ended are reaped.
 std::vector<pid_t> ownChildren() {
-  while (waitpid(-1, nullptr, WNOHANG) > 0) {
-  }
+  while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
   std::ifstream list("/proc/self/task/" + std::to_string(gettid()) + "/children");
   std::vector<pid_t> children;
   for (pid_t pid = 0; list >> pid;) children.push_back(pid);

@@ -28,11 +28,6 @@ using Result = SelectionConversion::Result;
 
 class SelectionX11Test : public testing::X11Test {
  protected:
-  SelectionConversion convert(const char* target) {
-    ConversionDeadline deadline;
-    return convertSelection(display(), probe_->window(), atom("CLIPBOARD"), atom(target), deadline);
-  }
-
   std::string property(const char* name) {
     return readProperty(display(), probe_->window(), atom(name)).value_or(PropertyValue{}).data;
   }
@@ -43,20 +38,20 @@ class SelectionX11Test : public testing::X11Test {
     Window requestor = probe_->window();
     XConvertSelection(display(), atom("CLIPBOARD"), atom(target), atom(property), requestor, time);
     XEvent event;
-    if (!waitUntil(
-            [&] {
-              return XCheckTypedWindowEvent(display(), requestor, SelectionNotify, &event) == True;
-            },
-            std::chrono::seconds(3))) {
-      return "no answer";
-    }
+    const auto answered = [&] {
+      return XCheckTypedWindowEvent(display(), requestor, SelectionNotify, &event) == True;
+    };
+    if (!waitUntil(answered, std::chrono::seconds(3))) return "no answer";
     if (event.xselection.property == atom(property)) return this->property(property);
     return this->property(property).empty() ? "refused" : "refused, yet written";
   }
 
-  /// A conversion as "TYPE/FORMAT value", atoms by name; the result when
-  /// nothing was converted.
-  std::string describe(const SelectionConversion& conversion) {
+  /// CLIPBOARD converted to `target` as "TYPE/FORMAT value", atoms by name;
+  /// the result when nothing was converted.
+  std::string convert(const char* target) {
+    ConversionDeadline deadline;
+    const SelectionConversion conversion =
+        convertSelection(display(), probe_->window(), atom("CLIPBOARD"), atom(target), deadline);
     if (conversion.result == Result::kNoOwner) return "no owner";
     if (conversion.result == Result::kRefused) return "refused";
     std::string text = conversion.typeName + "/" + std::to_string(conversion.format) + " ";
@@ -67,13 +62,13 @@ class SelectionX11Test : public testing::X11Test {
 };
 
 TEST_F(SelectionX11Test, OwnerAnswersTargetsTimestampMultipleAndItsValues) {
-  EXPECT_EQ(describe(convert("UTF8_STRING")), "no owner");
+  EXPECT_EQ(convert("UTF8_STRING"), "no owner");
   TestOwner owner(xvfb().display(), {{"UTF8_STRING", "value"}});
   ASSERT_TRUE(owner.owns());
-  EXPECT_EQ(describe(convert("UTF8_STRING")), "UTF8_STRING/8 value");
-  EXPECT_EQ(describe(convert("TARGETS")), "ATOM/32 TARGETS TIMESTAMP MULTIPLE UTF8_STRING");
-  EXPECT_EQ(describe(convert("TIMESTAMP")), "INTEGER/32 " + std::to_string(owner.acquired()));
-  EXPECT_EQ(describe(convert("image/png")), "refused");
+  EXPECT_EQ(convert("UTF8_STRING"), "UTF8_STRING/8 value");
+  EXPECT_EQ(convert("TARGETS"), "ATOM/32 TARGETS TIMESTAMP MULTIPLE UTF8_STRING");
+  EXPECT_EQ(convert("TIMESTAMP"), "INTEGER/32 " + std::to_string(owner.acquired()));
+  EXPECT_EQ(convert("image/png"), "refused");
 
   // Several targets in one MULTIPLE request; the refused one's pair is
   // zeroed.
