@@ -21,10 +21,8 @@ int main(int argc, char** argv) {
   int kind = 1;
   while (argc == 2 && kind < 7 && kinds[kind] != argv[1]) ++kind;
   if (argc != 2 || kind == 7) {
-    std::fprintf(stderr,
-                 "usage: %s silent|stalls|endless-slow|endless-fast|huge|"
-                 "huge-unannounced\n",
-                 argv[0]);
+    const char* usage = "usage: %s silent|stalls|endless-slow|endless-fast|huge|huge-unannounced\n";
+    std::fprintf(stderr, usage, argv[0]);
     return 2;
   }
   // Blocked before the serving thread starts, so that only sigwait sees them.

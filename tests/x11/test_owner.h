@@ -53,8 +53,6 @@ class TestOwner {
   TestOwner(const std::string& display, const std::vector<Target>& targets)
       : TestOwner(display, Behaviour::kServes, targets) {}
   ~TestOwner();
-  TestOwner(const TestOwner&) = delete;
-  TestOwner& operator=(const TestOwner&) = delete;
 
   bool owns() const { return thread_.joinable(); }
   /// The server time at which it took CLIPBOARD.

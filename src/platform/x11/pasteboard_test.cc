@@ -29,7 +29,6 @@ using tovrin::testing::Behaviour;
 using tovrin::testing::Strings;
 using tovrin::testing::TestOwner;
 using tovrin::testing::timed;
-using tovrin::testing::waitUntil;
 using Text = std::optional<std::string>;
 using Opt = std::optional<Strings>;
 
@@ -130,7 +129,7 @@ TEST_F(PasteboardX11Test, ClearedClipboardIsOwnedEmptyUntilTheNextCopy) {
   // Now it answers the request it held back, to a reader that gave up, and
   // learns that it lost CLIPBOARD.
   owner.pause(false);
-  EXPECT_TRUE(waitUntil([&] { return owner.lost(); }, seconds(5)))
+  EXPECT_TRUE(testing::waitUntil([&] { return owner.lost(); }, seconds(5)))
       << "the previous owner was not told it lost CLIPBOARD";
   EXPECT_EQ(owner.requestsSeen(), 1);
   // The application's copy takes CLIPBOARD over.

@@ -21,9 +21,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using tovrin::testing::Behaviour;
-using tovrin::testing::readAgainst;
 using tovrin::testing::TestOwner;
-using tovrin::testing::waitUntil;
 using Result = SelectionConversion::Result;
 
 class SelectionX11Test : public testing::X11Test {
@@ -41,7 +39,7 @@ class SelectionX11Test : public testing::X11Test {
     const auto answered = [&] {
       return XCheckTypedWindowEvent(display(), requestor, SelectionNotify, &event) == True;
     };
-    if (!waitUntil(answered, std::chrono::seconds(3))) return "no answer";
+    if (!testing::waitUntil(answered, std::chrono::seconds(3))) return "no answer";
     if (event.xselection.property == atom(property)) return this->property(property);
     return this->property(property).empty() ? "refused" : "refused, yet written";
   }
@@ -123,7 +121,7 @@ TEST_F(SelectionX11Test, HostileOwnersAreCutOffWithNothingKept) {
     // 10 s in all.
     const bool endless =
         row.behaviour == Behaviour::kEndlessSlow || row.behaviour == Behaviour::kEndlessFast;
-    milliseconds took = readAgainst(
+    milliseconds took = testing::readAgainst(
         owner,
         [&] {
           ConversionDeadline deadline(milliseconds(1000), milliseconds(endless ? 2000 : 10000));
