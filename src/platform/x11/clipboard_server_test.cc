@@ -140,19 +140,18 @@ std::vector<pid_t> ownChildren() {
 // the host reads to its end, which must come when tovrin exits, not when the
 // server it leaves does.
 TEST_F(ClipboardServerX11Test, ServerProcessStartedAheadEndsUnusedOrIsReplaced) {
-  const std::string display = xvfb().display();
   // Exit codes past 0 tell where the run failed.
   const auto run = [&]() -> int {
     // Orphans of this process become its children, so it can see them end.
     if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) return 2;
-    auto pasteboard = openPasteboard(display);
+    auto pasteboard = openPasteboard(xvfb().display());
     if (!pasteboard) return 2;
     pasteboard->clearContents();
     // The intermediate process ends at once; the server becomes ours.
     if (!waitUntil([] { return ownChildren().size() == 1; }, kGivesUp)) return 3;
     pasteboard.reset();
     if (!waitUntil([] { return ownChildren().empty(); }, kGivesUp)) return 4;
-    if (!(pasteboard = openPasteboard(display))) return 2;
+    if (!(pasteboard = openPasteboard(xvfb().display()))) return 2;
     pasteboard->clearContents();
     if (!waitUntil([] { return ownChildren().size() == 1; }, kGivesUp)) return 3;
     kill(ownChildren().front(), SIGKILL);
@@ -197,11 +196,10 @@ TEST_F(ClipboardServerX11Test, AKilledRunLeavesNoKeyHeldAndTheUserTextBack) {
   ASSERT_NE(mkdtemp(directory), nullptr);
   setenv("XDG_RUNTIME_DIR", directory, 1);
   ASSERT_TRUE(xvfb().own(Selection::kClipboard, "user text"));
-  const std::string name = xvfb().display();
   const auto run = [&](const std::function<void()>& killHere) {
     auto lock = lockUserFile("copy.lock", milliseconds(0));
-    auto pasteboard = openPasteboard(name);
-    Display* keys = XOpenDisplay(name.c_str());
+    auto pasteboard = openPasteboard(xvfb().display());
+    Display* keys = XOpenDisplay(xvfb().display().c_str());
     if (!lock || !pasteboard || keys == nullptr) return;
     pasteboard->writeBack().shareCopyLock(lock->fd());
     pasteboard->guardString("user text");

@@ -121,15 +121,12 @@ TEST_F(SelectionX11Test, HostileOwnersAreCutOffWithNothingKept) {
     // 10 s in all.
     const bool endless =
         row.behaviour == Behaviour::kEndlessSlow || row.behaviour == Behaviour::kEndlessFast;
-    milliseconds took = testing::readAgainst(
-        owner,
-        [&] {
-          ConversionDeadline deadline(milliseconds(1000), milliseconds(endless ? 2000 : 10000));
-          conversion =
-              convertSelection(x, requestor->window(), XInternAtom(x, "CLIPBOARD", False),
-                               XInternAtom(x, "UTF8_STRING", False), deadline, {}, row.maxSize);
-        },
-        std::chrono::seconds(12));
+    const auto read = [&] {
+      ConversionDeadline deadline(milliseconds(1000), milliseconds(endless ? 2000 : 10000));
+      conversion = convertSelection(x, requestor->window(), XInternAtom(x, "CLIPBOARD", False),
+                                    XInternAtom(x, "UTF8_STRING", 0), deadline, {}, row.maxSize);
+    };
+    milliseconds took = testing::readAgainst(owner, read, std::chrono::seconds(12));
     EXPECT_EQ(conversion.result, row.result);
     EXPECT_EQ(conversion.data.size(), 0u);
     EXPECT_LT(took, milliseconds(3000));
