@@ -24,14 +24,12 @@ bool waitUntil(const std::function<bool()>& condition, milliseconds timeout) {
   return true;
 }
 
-milliseconds readAgainst(std::unique_ptr<TestOwner>& owner,
-                         const std::function<void()>& read,
+milliseconds readAgainst(std::unique_ptr<TestOwner>& owner, const std::function<void()>& read,
                          milliseconds limit) {
   milliseconds took{0};
   auto reader = std::async(std::launch::async, [&] { took = timed(read); });
   if (reader.wait_for(limit) != std::future_status::ready) {
-    ADD_FAILURE() << "the read did not give up within " << limit.count()
-                  << " ms";
+    ADD_FAILURE() << "the read did not give up within " << limit.count() << " ms";
     owner.reset();
     if (reader.wait_for(seconds(30)) != std::future_status::ready) {
       std::fprintf(stderr, "a read never ended, even without its owner\n");
@@ -71,28 +69,14 @@ void X11Test::TearDown() {
   XvfbTest::TearDown();
 }
 
-std::unique_ptr<X11Pasteboard> openPasteboard(
-    const std::string& display, std::chrono::milliseconds timeout) {
+std::unique_ptr<X11Pasteboard> openPasteboard(const std::string& display,
+                                              std::chrono::milliseconds timeout) {
   std::unique_ptr<X11Pasteboard> pasteboard;
-  waitUntil(
-      [&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; },
-      timeout);
+  waitUntil([&] { return (pasteboard = createX11Pasteboard(display)) != nullptr; }, timeout);
   return pasteboard;
 }
 
-std::unique_ptr<X11Pasteboard> X11Test::newPasteboard() {
-  auto pasteboard = openPasteboard(xvfb().display());
-  EXPECT_TRUE(pasteboard);
-  return pasteboard;
-}
-
-Atom X11Test::atom(const char* name) {
-  return XInternAtom(probe_->display(), name, False);
-}
-
-Window X11Test::clipboardOwner() {
-  return XGetSelectionOwner(probe_->display(), atom("CLIPBOARD"));
-}
+Atom X11Test::atom(const char* name) { return XInternAtom(probe_->display(), name, False); }
 
 std::string X11Test::namesOf(const std::vector<uint32_t>& atoms) {
   std::string names;
@@ -102,42 +86,25 @@ std::string X11Test::namesOf(const std::vector<uint32_t>& atoms) {
   return names;
 }
 
-pid_t X11Test::xclipOwns(const std::string& target, const std::string& data) {
-  Window before = clipboardOwner();
-  SpawnOptions options;
-  options.input = data;
-  auto pid = xvfb().spawn(
-      {"xclip", "-quiet", "-selection", "clipboard", "-t", target, "-i"},
-      options);
-  EXPECT_TRUE(pid && waitUntil(
-                         [&] {
-                           Window owner = clipboardOwner();
-                           return owner != None && owner != before;
-                         },
-                         seconds(5)))
-      << "xclip did not take CLIPBOARD";
-  return pid.value_or(-1);
-}
-
 std::optional<std::string> X11Test::xclipReads(const std::string& target) {
-  auto result = xvfb().run(
-      {"xclip", "-o", "-selection", "clipboard", "-t", target}, seconds(5));
+  auto result = xvfb().run({"xclip", "-o", "-selection", "clipboard", "-t", target}, seconds(5));
   if (!result || result->exit.code != 0) return std::nullopt;
   return result->output;
 }
 
 pid_t X11Test::clipboardOwnerPid() {
-  auto value = readProperty(display(), clipboardOwner(), atom("_NET_WM_PID"));
+  Window owner = XGetSelectionOwner(display(), atom("CLIPBOARD"));
+  auto value = readProperty(display(), owner, atom("_NET_WM_PID"));
   if (!value || value->type != XA_CARDINAL || value->values32().size() != 1) {
     return -1;
   }
   return static_cast<pid_t>(value->values32().front());
 }
 
-Window mapTestWindow(Display* display, Window parent, int x, int y,
-                     const char* wmClass, long eventMask) {
-  Window window = XCreateSimpleWindow(display, parent, x, y, 400, 300, 0, 0,
-                                      WhitePixel(display, 0));
+Window mapTestWindow(Display* display, Window parent, int x, int y, const char* wmClass,
+                     long eventMask) {
+  Window window =
+      XCreateSimpleWindow(display, parent, x, y, 400, 300, 0, 0, WhitePixel(display, 0));
   std::string name = wmClass != nullptr ? wmClass : "";
   XClassHint hint = {name.data(), name.data()};
   if (wmClass != nullptr) XSetClassHint(display, window, &hint);

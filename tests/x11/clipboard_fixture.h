@@ -32,16 +32,15 @@ using Strings = std::vector<std::string>;
 
 /// Polls `condition` until it holds; false when it still does not at
 /// `timeout`.
-bool waitUntil(const std::function<bool()>& condition,
-               std::chrono::milliseconds timeout);
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
 
 /// How long `work` took.
 template <typename F>
 std::chrono::milliseconds timed(F&& work) {
   auto start = std::chrono::steady_clock::now();
   work();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::steady_clock::now() - start);
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               start);
 }
 
 /// Runs `read` on a thread while `owner` serves, and how long it took. A
@@ -62,13 +61,12 @@ Strings urlsOf(const std::vector<PasteboardItem>& items);
 /// machine loaded by sanitizers and parallel tests a connection can take
 /// longer than tovrin's one-second bound, which these tests are not about.
 std::unique_ptr<X11Pasteboard> openPasteboard(
-    const std::string& display,
-    std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    const std::string& display, std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 /// Maps a window of `parent` at x, y (400 x 300), selecting `eventMask`, with
 /// WM_CLASS `wmClass` unless that is null, and waits until the server has.
-Window mapTestWindow(Display* display, Window parent, int x, int y,
-                     const char* wmClass, long eventMask = NoEventMask);
+Window mapTestWindow(Display* display, Window parent, int x, int y, const char* wmClass,
+                     long eventMask = NoEventMask);
 
 /// A test on its own X server with a probe connection for looking at it.
 class X11Test : public XvfbTest {
@@ -77,14 +75,9 @@ class X11Test : public XvfbTest {
   void TearDown() override;
 
   Display* display() { return probe_->display(); }
-  std::unique_ptr<X11Pasteboard> newPasteboard();
   Atom atom(const char* name);
-  Window clipboardOwner();
   /// The names of `atoms`, separated by spaces; "None" for 0.
   std::string namesOf(const std::vector<uint32_t>& atoms);
-  /// Starts xclip owning CLIPBOARD with `data` under `target` and waits
-  /// until it owns it.
-  pid_t xclipOwns(const std::string& target, const std::string& data);
   /// What `xclip -o` reads from CLIPBOARD as `target`; nothing when xclip
   /// fails or hangs.
   std::optional<std::string> xclipReads(const std::string& target);

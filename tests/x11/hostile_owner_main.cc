@@ -16,16 +16,13 @@
 int main(int argc, char** argv) {
   using tovrin::testing::Behaviour;
   // In the order of Behaviour.
-  const std::string kinds[] = {
-      "",     "silent",          "stalls", "endless-slow", "endless-fast",
-      "huge", "huge-unannounced"};
+  const std::string kinds[] = {"",     "silent",          "stalls", "endless-slow", "endless-fast",
+                               "huge", "huge-unannounced"};
   int kind = 1;
   while (argc == 2 && kind < 7 && kinds[kind] != argv[1]) ++kind;
   if (argc != 2 || kind == 7) {
-    std::fprintf(stderr,
-                 "usage: %s silent|stalls|endless-slow|endless-fast|huge|"
-                 "huge-unannounced\n",
-                 argv[0]);
+    const char* usage = "usage: %s silent|stalls|endless-slow|endless-fast|huge|huge-unannounced\n";
+    std::fprintf(stderr, usage, argv[0]);
     return 2;
   }
   // Blocked before the serving thread starts, so that only sigwait sees them.
@@ -34,8 +31,7 @@ int main(int argc, char** argv) {
   for (int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const char* display = std::getenv("DISPLAY");
-  tovrin::testing::TestOwner owner(display ? display : "",
-                                   static_cast<Behaviour>(kind));
+  tovrin::testing::TestOwner owner(display ? display : "", static_cast<Behaviour>(kind));
   if (!owner.owns()) {
     std::fprintf(stderr, "could not take CLIPBOARD\n");
     return 1;

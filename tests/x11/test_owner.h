@@ -53,11 +53,8 @@ class TestOwner {
   TestOwner(const std::string& display, const std::vector<Target>& targets)
       : TestOwner(display, Behaviour::kServes, targets) {}
   ~TestOwner();
-  TestOwner(const TestOwner&) = delete;
-  TestOwner& operator=(const TestOwner&) = delete;
 
   bool owns() const { return thread_.joinable(); }
-  Window window() const { return connection_->window(); }
   /// The server time at which it took CLIPBOARD.
   Time acquired() const { return acquired_; }
   int requestsSeen() const { return requests_; }
@@ -76,8 +73,7 @@ class TestOwner {
   void answer(const XSelectionRequestEvent& request);
   void sendChunk();
   /// Writes the transfer's property.
-  void put(uint8_t mode, Atom type, int format, size_t length,
-           const void* data);
+  void put(uint8_t mode, Atom type, int format, size_t length, const void* data);
 
   Behaviour behaviour_;
   size_t chunkSize_;
