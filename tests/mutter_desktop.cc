@@ -32,7 +32,7 @@ class MutterDesktop : public Desktop {
     if (!runtime_.empty()) std::filesystem::remove_all(runtime_, ignored);
   }
 
-  bool start(std::string *error) {
+  bool start(std::string* error) {
     char directory[] = "/tmp/tovrin-mutter-XXXXXX";
     if (mkdtemp(directory) == nullptr) {
       *error = "no runtime directory";
@@ -89,7 +89,7 @@ class MutterDesktop : public Desktop {
   /// focuses a new window when it maps: the scenarios select until the
   /// selection holds their text, which waits for the window too.
   std::optional<pid_t> startApplication(
-      const Application &application) override {
+      const Application& application) override {
     SpawnOptions options;
     options.environment = {"GDK_BACKEND=wayland", "QT_QPA_PLATFORM=wayland"};
     options.environment.insert(options.environment.end(),
@@ -103,7 +103,7 @@ class MutterDesktop : public Desktop {
     return pid;
   }
 
-  bool pressKeys(const std::string &combination) override {
+  bool pressKeys(const std::string& combination) override {
     if (keyboard_ < 0 || !writeInput(keyboard_, combination + "\n")) {
       return false;
     }
@@ -115,7 +115,7 @@ class MutterDesktop : public Desktop {
     }
     return true;
   }
-  bool setLayout(const std::string &) override { return false; }
+  bool setLayout(const std::string&) override { return false; }
 
   /// PRIMARY cannot be read without data-control: the focused window's
   /// selection is copied and read from the clipboard instead.
@@ -133,7 +133,7 @@ class MutterDesktop : public Desktop {
   }
 
   std::optional<pid_t> own(Selection selection,
-                           const std::string &text) override {
+                           const std::string& text) override {
     if (selection != Selection::kClipboard) return std::nullopt;
     SpawnOptions options;
     options.captureOutput = true;
@@ -163,7 +163,7 @@ class MutterDesktop : public Desktop {
 
 }  // namespace
 
-std::unique_ptr<Desktop> startMutterDesktop(std::string *error) {
+std::unique_ptr<Desktop> startMutterDesktop(std::string* error) {
   if (geteuid() == 0) {
     *error =
         "run the end-to-end tests as an unprivileged user "

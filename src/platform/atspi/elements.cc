@@ -32,10 +32,10 @@ AXObjectHandle createAtspiSystemWideElement() {
 }
 
 AXAttributeResult copyAtspiAttribute(
-    const AXObject &element, std::string_view attribute,
-    const AccessibilitySession &session, const std::function<AtspiRead()> &read,
-    const std::function<void(std::string_view)> &log) {
-  const auto *object = dynamic_cast<const AtspiElement *>(&element);
+    const AXObject& element, std::string_view attribute,
+    const AccessibilitySession& session, const std::function<AtspiRead()>& read,
+    const std::function<void(std::string_view)>& log) {
+  const auto* object = dynamic_cast<const AtspiElement*>(&element);
   if (object == nullptr) return {kAXErrorIllegalArgument, nullptr};
   if (object->kind() == AtspiElement::Kind::kSystemWide &&
       attribute == "AXFocusedUIElement") {

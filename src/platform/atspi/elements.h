@@ -26,9 +26,9 @@ AXObjectHandle createAtspiSystemWideElement();
 /// active application, which `read` gives. The application's name is
 /// logged through `log`, escaped.
 AXAttributeResult copyAtspiAttribute(
-    const AXObject &element, std::string_view attribute,
-    const AccessibilitySession &session, const std::function<AtspiRead()> &read,
-    const std::function<void(std::string_view)> &log);
+    const AXObject& element, std::string_view attribute,
+    const AccessibilitySession& session, const std::function<AtspiRead()>& read,
+    const std::function<void(std::string_view)>& log);
 
 }  // namespace tovrin
 

@@ -33,11 +33,11 @@ class MutterClipboardKeeper : public ClipboardKeeper {
  public:
   explicit MutterClipboardKeeper(std::unique_ptr<MutterRemoteDesktop> session)
       : session_(std::move(session)) {
-    session_->onOwnerChanged([this](const MutterClipboardOwner &owner) {
+    session_->onOwnerChanged([this](const MutterClipboardOwner& owner) {
       if (owned_ && !owner.ours) replaced_ = true;
       if (owner.ours) owned_ = true;
     });
-    session_->onTransfer([this](const std::string &type, uint32_t serial) {
+    session_->onTransfer([this](const std::string& type, uint32_t serial) {
       const int fd = session_->selectionWrite(serial, in(kReplyTimeout));
       if (fd < 0) return;
       // A reader that stops reading is given up on; the next one is served.
@@ -50,9 +50,9 @@ class MutterClipboardKeeper : public ClipboardKeeper {
 
   /// Keys pressed through a remote-desktop session are released by the
   /// compositor when the session's connection goes away with its process.
-  void releaseKeys(const std::vector<uint8_t> &) override {}
+  void releaseKeys(const std::vector<uint8_t>&) override {}
 
-  bool own(const std::string &text) override {
+  bool own(const std::string& text) override {
     text_ = text;
     // Owned once the call returns: enabling with types tells the session
     // of no owner change, its own included.
@@ -120,7 +120,7 @@ std::optional<std::vector<std::string>> MutterPasteboard::types() {
 
 std::optional<std::pair<std::string, std::string>> MutterPasteboard::read(
     const std::function<
-        std::vector<std::string>(const std::vector<std::string> &)> &choose) {
+        std::vector<std::string>(const std::vector<std::string>&)>& choose) {
   std::lock_guard<std::mutex> lock(state_->mutex);
   if (!state_->session->roundtrip(in(kReplyTimeout))) return std::nullopt;
   if (!state_->hasOwner || state_->clearing || state_->owner.ours ||
@@ -142,7 +142,7 @@ std::optional<std::pair<std::string, std::string>> MutterPasteboard::read(
 std::optional<std::string> MutterPasteboard::stringForType(
     PasteboardType type) {
   if (type == PasteboardType::kRTF) return std::nullopt;
-  auto read = this->read([type](const std::vector<std::string> &offered) {
+  auto read = this->read([type](const std::vector<std::string>& offered) {
     return typesToRead(type, offered);
   });
   if (!read) return std::nullopt;
@@ -151,7 +151,7 @@ std::optional<std::string> MutterPasteboard::stringForType(
 
 std::optional<std::string> MutterPasteboard::dataForType(PasteboardType type) {
   if (type != PasteboardType::kRTF) return stringForType(type);
-  auto read = this->read([](const std::vector<std::string> &offered) {
+  auto read = this->read([](const std::vector<std::string>& offered) {
     return typesToRead(PasteboardType::kRTF, offered);
   });
   if (!read) return std::nullopt;
@@ -160,7 +160,7 @@ std::optional<std::string> MutterPasteboard::dataForType(PasteboardType type) {
 
 std::optional<std::vector<PasteboardURLObject>>
 MutterPasteboard::readFileURLObjects() {
-  auto read = this->read([](const std::vector<std::string> &offered) {
+  auto read = this->read([](const std::vector<std::string>& offered) {
     return onlyIfOffered(offered, kMimeUriList);
   });
   if (!read) return std::nullopt;
@@ -168,7 +168,7 @@ MutterPasteboard::readFileURLObjects() {
 }
 
 std::optional<std::vector<PasteboardItem>> MutterPasteboard::pasteboardItems() {
-  auto read = this->read([](const std::vector<std::string> &offered) {
+  auto read = this->read([](const std::vector<std::string>& offered) {
     return onlyIfOffered(offered, kMimeGnomeCopiedFiles);
   });
   if (!read) return std::nullopt;
@@ -195,16 +195,16 @@ std::unique_ptr<MutterPasteboard> createMutterPasteboard(
   if (!session) return nullptr;
   auto state = std::make_shared<MutterPasteboardState>();
   state->session = std::move(session);
-  MutterRemoteDesktop &followed = *state->session;
-  MutterPasteboardState *raw = state.get();
+  MutterRemoteDesktop& followed = *state->session;
+  MutterPasteboardState* raw = state.get();
   // Called with the state's mutex held, from within the session's calls.
-  followed.onOwnerChanged([raw](const MutterClipboardOwner &owner) {
+  followed.onOwnerChanged([raw](const MutterClipboardOwner& owner) {
     raw->owner = owner;
     raw->hasOwner = !owner.types.empty();
     if (!owner.ours) raw->clearing = false;
     ++raw->generation;
   });
-  followed.onTransfer([raw](const std::string &, uint32_t serial) {
+  followed.onTransfer([raw](const std::string&, uint32_t serial) {
     // The empty clipboard has nothing to give: the reader sees its end.
     const int fd = raw->session->selectionWrite(serial, in(kReplyTimeout));
     if (fd >= 0) close(fd);

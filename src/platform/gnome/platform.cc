@@ -37,7 +37,7 @@ class MutterEventSource : public EventSource {};
 /// the keystroke alone: GNOME Shell shows its indicator while it runs.
 class MutterKeyboardEvent : public KeyboardEvent {
  public:
-  MutterKeyboardEvent(std::unique_ptr<MutterRemoteDesktop> &session,
+  MutterKeyboardEvent(std::unique_ptr<MutterRemoteDesktop>& session,
                       std::vector<uint32_t> keysyms, bool keyDown)
       : session_(session), keysyms_(std::move(keysyms)), keyDown_(keyDown) {}
 
@@ -60,7 +60,7 @@ class MutterKeyboardEvent : public KeyboardEvent {
   }
 
  private:
-  std::unique_ptr<MutterRemoteDesktop> &session_;
+  std::unique_ptr<MutterRemoteDesktop>& session_;
   std::vector<uint32_t> keysyms_;
   bool keyDown_;
   uint64_t flags_ = 0;
@@ -89,7 +89,7 @@ class MutterPlatform : public LinuxPlatform {
     return createAtspiSystemWideElement();
   }
 
-  AXAttributeResult copyAttributeValue(const AXObject &element,
+  AXAttributeResult copyAttributeValue(const AXObject& element,
                                        std::string_view attribute) override {
     return copyAtspiAttribute(
         element, attribute, accessibility_, [this] { return atspiRead(); },
@@ -99,7 +99,7 @@ class MutterPlatform : public LinuxPlatform {
   /// The application whose window is marked active over AT-SPI; the read
   /// that finds it is the one the direct read answers with.
   std::optional<std::string> frontmostApplicationBundleIdentifier() override {
-    const std::string &source = atspiRead().source;
+    const std::string& source = atspiRead().source;
     const size_t toolkit = source.rfind(" (");
     if (source.empty()) return std::nullopt;
     return source.substr(0, toolkit);
@@ -111,7 +111,7 @@ class MutterPlatform : public LinuxPlatform {
     return std::make_unique<MutterEventSource>();
   }
 
-  KeyboardEventHandle createKeyboardEvent(EventSource *, uint16_t virtualKey,
+  KeyboardEventHandle createKeyboardEvent(EventSource*, uint16_t virtualKey,
                                           bool keyDown) override {
     if (virtualKey != kVirtualKeyC) return nullptr;
     generalPasteboard();
@@ -169,7 +169,7 @@ class MutterPlatform : public LinuxPlatform {
                                      kRemoteDesktopTimeout);
   }
 
-  const AtspiRead &atspiRead() {
+  const AtspiRead& atspiRead() {
     if (!read_) {
       read_ = accessibility_.mayBeThere()
                   ? accessibility_.readSelection(std::nullopt, kAtspiReadBudget)
@@ -195,13 +195,13 @@ class MutterPlatform : public LinuxPlatform {
   std::future<std::unique_ptr<MutterRemoteDesktop>> preparedKeys_;
   std::unique_ptr<MutterRemoteDesktop> keys_;
   std::shared_ptr<Pasteboard> pasteboard_;
-  MutterPasteboard *mutterPasteboard_ = nullptr;  // pasteboard_, when one
+  MutterPasteboard* mutterPasteboard_ = nullptr;  // pasteboard_, when one
 };
 
 }  // namespace
 
 std::unique_ptr<Platform> createMutterPlatform(
-    std::unique_ptr<WaylandConnection> &connection) {
+    std::unique_ptr<WaylandConnection>& connection) {
   std::string why;
   auto clipboard = MutterRemoteDesktop::open(
       tovrin::monotonicNow() + kRemoteDesktopTimeout, &why);

@@ -13,7 +13,7 @@ class WaylandConnection;
 /// null when its remote-desktop interface is not on the session bus in a
 /// version tovrin knows (logged when it is another version).
 std::unique_ptr<Platform> createMutterPlatform(
-    std::unique_ptr<WaylandConnection> &connection);
+    std::unique_ptr<WaylandConnection>& connection);
 
 }  // namespace tovrin
 

@@ -15,16 +15,16 @@ constexpr char kService[] = "org.gnome.Mutter.RemoteDesktop";
 constexpr char kPath[] = "/org/gnome/Mutter/RemoteDesktop";
 constexpr char kSessionInterface[] = "org.gnome.Mutter.RemoteDesktop.Session";
 
-int noArguments(sd_bus_message *) { return 0; }
+int noArguments(sd_bus_message*) { return 0; }
 
 /// Appends an a{sv} that holds "mime-types" when `types` are given.
-int appendOptions(const SdBusLibrary &library, sd_bus_message *m,
-                  const std::vector<std::string> &types) {
+int appendOptions(const SdBusLibrary& library, sd_bus_message* m,
+                  const std::vector<std::string>& types) {
   if (library.openContainer(m, 'a', "{sv}") < 0) return -1;
   if (!types.empty()) {
-    std::vector<char *> strv;
-    for (const std::string &type : types) {
-      strv.push_back(const_cast<char *>(type.c_str()));
+    std::vector<char*> strv;
+    for (const std::string& type : types) {
+      strv.push_back(const_cast<char*>(type.c_str()));
     }
     strv.push_back(nullptr);
     if (library.openContainer(m, 'e', "sv") < 0 ||
@@ -38,12 +38,18 @@ int appendOptions(const SdBusLibrary &library, sd_bus_message *m,
   return library.closeContainer(m);
 }
 
-/// Reads SelectionOwnerChanged's a{sv}; a hostile peer's list is bounded.
-bool readOwner(const SdBusLibrary &library, sd_bus_message *m,
-               MutterClipboardOwner &owner) {
+std::chrono::microseconds until(std::chrono::nanoseconds deadline) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(deadline -
+                                                               monotonicNow());
+}
+
+}  // namespace
+
+bool readClipboardOwner(const SdBusLibrary& library, sd_bus_message* m,
+                        MutterClipboardOwner& owner) {
   if (library.enterContainer(m, 'a', "{sv}") < 0) return false;
   while (library.enterContainer(m, 'e', "sv") > 0) {
-    const char *key = nullptr;
+    const char* key = nullptr;
     if (library.read(m, "s", &key) < 0) return false;
     if (std::strcmp(key, "mime-types") == 0) {
       // Mutter 43 sends the list inside a tuple, "(as)"; "as" is what
@@ -54,8 +60,9 @@ bool readOwner(const SdBusLibrary &library, sd_bus_message *m,
           library.enterContainer(m, 'a', "s") < 0) {
         return false;
       }
-      const char *type = nullptr;
+      const char* type = nullptr;
       while (library.read(m, "s", &type) > 0) {
+        // A hostile peer's list is bounded.
         if (owner.types.size() < 256 && std::strlen(type) <= 1024) {
           owner.types.emplace_back(type);
         }
@@ -77,38 +84,31 @@ bool readOwner(const SdBusLibrary &library, sd_bus_message *m,
   return library.exitContainer(m) >= 0;
 }
 
-std::chrono::microseconds until(std::chrono::nanoseconds deadline) {
-  return std::chrono::duration_cast<std::chrono::microseconds>(deadline -
-                                                               monotonicNow());
-}
-
-}  // namespace
-
 struct MutterRemoteDesktop::State {
   std::unique_ptr<SdBusLibrary> library;
   std::unique_ptr<SdBusConnection> bus;
   std::string session;
-  std::function<void(const MutterClipboardOwner &)> ownerChanged;
-  std::function<void(const std::string &, uint32_t)> transfer;
+  std::function<void(const MutterClipboardOwner&)> ownerChanged;
+  std::function<void(const std::string&, uint32_t)> transfer;
   bool broken = false;
   bool stopped = false;
 
   template <typename Append>
-  BusStatus call(const std::string &path, const char *interface,
-                 const char *member, std::chrono::nanoseconds deadline,
-                 SdBusMessage &reply, Append append) {
+  BusStatus call(const std::string& path, const char* interface,
+                 const char* member, std::chrono::nanoseconds deadline,
+                 SdBusMessage& reply, Append append) {
     return callMethod(*library, bus->get(), kService, path, interface, member,
                       deadline, reply, append);
   }
   /// The interface's Version property, into `reply`.
-  BusStatus version(std::chrono::nanoseconds deadline, SdBusMessage &reply) {
+  BusStatus version(std::chrono::nanoseconds deadline, SdBusMessage& reply) {
     return call(kPath, "org.freedesktop.DBus.Properties", "Get", deadline,
-                reply, [&](sd_bus_message *m) {
+                reply, [&](sd_bus_message* m) {
                   return library->append(m, "ss", kService, "Version");
                 });
   }
-  bool sessionCall(const char *member, std::chrono::nanoseconds deadline,
-                   const std::function<int(sd_bus_message *)> &append) {
+  bool sessionCall(const char* member, std::chrono::nanoseconds deadline,
+                   const std::function<int(sd_bus_message*)>& append) {
     SdBusMessage reply(*library);
     return call(session, kSessionInterface, member, deadline, reply, append) ==
            BusStatus::kOk;
@@ -116,8 +116,8 @@ struct MutterRemoteDesktop::State {
 
   /// Sends a session call without waiting for its answer. A connection
   /// writes what it can at once; a full socket is not waited for.
-  bool send(const char *member,
-            const std::function<int(sd_bus_message *)> &append) {
+  bool send(const char* member,
+            const std::function<int(sd_bus_message*)>& append) {
     SdBusMessage call(*library);
     if (library->newMethodCall(bus->get(), call.out(), kService,
                                session.c_str(), kSessionInterface,
@@ -128,17 +128,17 @@ struct MutterRemoteDesktop::State {
     return library->send(bus->get(), call.get(), nullptr) >= 0;
   }
 
-  static int onSignal(sd_bus_message *m, void *data, sd_bus_error *) {
-    auto *state = static_cast<State *>(data);
-    const SdBusLibrary &library = *state->library;
+  static int onSignal(sd_bus_message* m, void* data, sd_bus_error*) {
+    auto* state = static_cast<State*>(data);
+    const SdBusLibrary& library = *state->library;
     if (library.isSignal(m, kSessionInterface, "SelectionOwnerChanged") > 0) {
       MutterClipboardOwner owner;
-      if (readOwner(library, m, owner) && state->ownerChanged) {
+      if (readClipboardOwner(library, m, owner) && state->ownerChanged) {
         state->ownerChanged(owner);
       }
     } else if (library.isSignal(m, kSessionInterface, "SelectionTransfer") >
                0) {
-      const char *type = nullptr;
+      const char* type = nullptr;
       uint32_t serial = 0;
       if (library.read(m, "su", &type, &serial) >= 0 && state->transfer) {
         state->transfer(type, serial);
@@ -161,13 +161,13 @@ struct MutterRemoteDesktop::State {
 };
 
 std::unique_ptr<MutterRemoteDesktop::State> MutterRemoteDesktop::connectKnown(
-    std::chrono::nanoseconds deadline, std::string *why) {
+    std::chrono::nanoseconds deadline, std::string* why) {
   auto state = std::make_unique<State>();
   state->library = SdBusLibrary::load();
   if (!state->library) return nullptr;
   state->bus = openSessionBus(*state->library, deadline);
   if (!state->bus) return nullptr;
-  const SdBusLibrary &library = *state->library;
+  const SdBusLibrary& library = *state->library;
   SdBusMessage version(library);
   if (state->version(deadline, version) != BusStatus::kOk) return nullptr;
   int32_t number = 0;
@@ -183,12 +183,12 @@ std::unique_ptr<MutterRemoteDesktop::State> MutterRemoteDesktop::connectKnown(
 }
 
 std::unique_ptr<MutterRemoteDesktop> MutterRemoteDesktop::open(
-    std::chrono::nanoseconds deadline, std::string *why) {
+    std::chrono::nanoseconds deadline, std::string* why) {
   auto state = connectKnown(deadline, why);
   if (!state) return nullptr;
-  const SdBusLibrary &library = *state->library;
+  const SdBusLibrary& library = *state->library;
   SdBusMessage created(library);
-  const char *path = nullptr;
+  const char* path = nullptr;
   if (state->call(kPath, kService, "CreateSession", deadline, created,
                   noArguments) != BusStatus::kOk ||
       library.read(created.get(), "o", &path) < 0 || path == nullptr) {
@@ -223,12 +223,12 @@ MutterRemoteDesktop::~MutterRemoteDesktop() {
 }
 
 void MutterRemoteDesktop::onOwnerChanged(
-    std::function<void(const MutterClipboardOwner &)> f) {
+    std::function<void(const MutterClipboardOwner&)> f) {
   state_->ownerChanged = std::move(f);
 }
 
 void MutterRemoteDesktop::onTransfer(
-    std::function<void(const std::string &, uint32_t)> f) {
+    std::function<void(const std::string&, uint32_t)> f) {
   state_->transfer = std::move(f);
 }
 
@@ -237,7 +237,7 @@ bool MutterRemoteDesktop::start(std::chrono::nanoseconds deadline) {
 }
 
 bool MutterRemoteDesktop::keysym(uint32_t keysym, bool pressed) {
-  return state_->send("NotifyKeyboardKeysym", [&](sd_bus_message *m) {
+  return state_->send("NotifyKeyboardKeysym", [&](sd_bus_message* m) {
     return state_->library->append(m, "ub", keysym, pressed ? 1 : 0);
   });
 }
@@ -246,27 +246,27 @@ void MutterRemoteDesktop::stop() {
   if (state_->send("Stop", noArguments)) state_->stopped = true;
 }
 
-bool MutterRemoteDesktop::enableClipboard(const std::vector<std::string> &types,
+bool MutterRemoteDesktop::enableClipboard(const std::vector<std::string>& types,
                                           std::chrono::nanoseconds deadline) {
   return state_->sessionCall("EnableClipboard", deadline,
-                             [&](sd_bus_message *m) {
+                             [&](sd_bus_message* m) {
                                return appendOptions(*state_->library, m, types);
                              });
 }
 
-bool MutterRemoteDesktop::setSelection(const std::vector<std::string> &types,
+bool MutterRemoteDesktop::setSelection(const std::vector<std::string>& types,
                                        std::chrono::nanoseconds deadline) {
-  return state_->sessionCall("SetSelection", deadline, [&](sd_bus_message *m) {
+  return state_->sessionCall("SetSelection", deadline, [&](sd_bus_message* m) {
     return appendOptions(*state_->library, m, types);
   });
 }
 
 int MutterRemoteDesktop::selectionWrite(uint32_t serial,
                                         std::chrono::nanoseconds deadline) {
-  const SdBusLibrary &library = *state_->library;
+  const SdBusLibrary& library = *state_->library;
   SdBusMessage reply(library);
   if (state_->call(state_->session, kSessionInterface, "SelectionWrite",
-                   deadline, reply, [&](sd_bus_message *m) {
+                   deadline, reply, [&](sd_bus_message* m) {
                      return library.append(m, "u", serial);
                    }) != BusStatus::kOk) {
     return -1;
@@ -280,18 +280,18 @@ int MutterRemoteDesktop::selectionWrite(uint32_t serial,
 bool MutterRemoteDesktop::transferDone(uint32_t serial, bool success,
                                        std::chrono::nanoseconds deadline) {
   return state_->sessionCall(
-      "SelectionWriteDone", deadline, [&](sd_bus_message *m) {
+      "SelectionWriteDone", deadline, [&](sd_bus_message* m) {
         return state_->library->append(m, "ub", serial, success ? 1 : 0);
       });
 }
 
 std::optional<std::string> MutterRemoteDesktop::selectionRead(
-    const std::string &type, std::chrono::milliseconds inactivity,
+    const std::string& type, std::chrono::milliseconds inactivity,
     std::chrono::nanoseconds deadline, size_t maxSize) {
-  const SdBusLibrary &library = *state_->library;
+  const SdBusLibrary& library = *state_->library;
   SdBusMessage reply(library);
   if (state_->call(state_->session, kSessionInterface, "SelectionRead",
-                   deadline, reply, [&](sd_bus_message *m) {
+                   deadline, reply, [&](sd_bus_message* m) {
                      return library.append(m, "s", type.c_str());
                    }) != BusStatus::kOk) {
     return std::nullopt;  // e.g. "No selection owner available"
@@ -338,9 +338,9 @@ std::optional<std::string> MutterRemoteDesktop::selectionRead(
   return data;
 }
 
-bool MutterRemoteDesktop::dispatch(const std::function<bool()> &done,
+bool MutterRemoteDesktop::dispatch(const std::function<bool()>& done,
                                    std::chrono::nanoseconds deadline) {
-  const SdBusLibrary &library = *state_->library;
+  const SdBusLibrary& library = *state_->library;
   for (;;) {
     if (!state_->processPending()) return false;
     if (done()) return true;

@@ -11,6 +11,8 @@
 // tovrin was tried with are used. Every call waits at most
 // kSdBusCallTimeout and never past its deadline.
 
+#include <systemd/sd-bus.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -31,6 +33,15 @@ struct MutterClipboardOwner {
   bool ours = false;
 };
 
+struct SdBusLibrary;
+
+/// Reads SelectionOwnerChanged's options (a{sv}) from `message`: its
+/// "mime-types", at most 256 of at most 1024 bytes each, and its
+/// "session-is-owner"; other entries are skipped. False when the message
+/// is not of that shape.
+bool readClipboardOwner(const SdBusLibrary& library, sd_bus_message* message,
+                        MutterClipboardOwner& owner);
+
 /// One remote-desktop session on a bus connection of its own. Not
 /// thread-safe: callers serialize.
 class MutterRemoteDesktop {
@@ -39,15 +50,15 @@ class MutterRemoteDesktop {
   /// interface is not there, is of a version tovrin does not know (then
   /// `why` says so), or does not answer by `deadline`.
   static std::unique_ptr<MutterRemoteDesktop> open(
-      std::chrono::nanoseconds deadline, std::string *why = nullptr);
+      std::chrono::nanoseconds deadline, std::string* why = nullptr);
   ~MutterRemoteDesktop();
-  MutterRemoteDesktop(const MutterRemoteDesktop &) = delete;
-  MutterRemoteDesktop &operator=(const MutterRemoteDesktop &) = delete;
+  MutterRemoteDesktop(const MutterRemoteDesktop&) = delete;
+  MutterRemoteDesktop& operator=(const MutterRemoteDesktop&) = delete;
 
   /// Called from dispatch() for each SelectionOwnerChanged and
   /// SelectionTransfer (MIME type, serial) of this session.
-  void onOwnerChanged(std::function<void(const MutterClipboardOwner &)> f);
-  void onTransfer(std::function<void(const std::string &, uint32_t)> f);
+  void onOwnerChanged(std::function<void(const MutterClipboardOwner&)> f);
+  void onTransfer(std::function<void(const std::string&, uint32_t)> f);
 
   /// Starts the session, which input needs; GNOME Shell shows an indicator
   /// while it runs.
@@ -60,10 +71,10 @@ class MutterRemoteDesktop {
   void stop();
 
   /// Follows the clipboard; with `types`, owns it with them at once.
-  bool enableClipboard(const std::vector<std::string> &types,
+  bool enableClipboard(const std::vector<std::string>& types,
                        std::chrono::nanoseconds deadline);
   /// Owns the clipboard with `types` (not empty).
-  bool setSelection(const std::vector<std::string> &types,
+  bool setSelection(const std::vector<std::string>& types,
                     std::chrono::nanoseconds deadline);
   /// The descriptor to write the content of transfer `serial` into; -1 when
   /// there is none. The caller closes it, then calls transferDone.
@@ -74,14 +85,14 @@ class MutterRemoteDesktop {
   /// up when nothing comes for `inactivity`, at `deadline`, or beyond
   /// `maxSize`. The compositor fills the descriptor while this connection
   /// is dispatched, so the read dispatches it too.
-  std::optional<std::string> selectionRead(const std::string &type,
+  std::optional<std::string> selectionRead(const std::string& type,
                                            std::chrono::milliseconds inactivity,
                                            std::chrono::nanoseconds deadline,
                                            size_t maxSize);
 
   /// Handles the signals that came, waiting for more until `done` holds or
   /// `deadline`; false when the connection broke.
-  bool dispatch(const std::function<bool()> &done,
+  bool dispatch(const std::function<bool()>& done,
                 std::chrono::nanoseconds deadline);
   /// Waits until the compositor has answered everything sent before (its
   /// signals included); false when it did not by `deadline`.
@@ -90,7 +101,7 @@ class MutterRemoteDesktop {
  private:
   struct State;
   static std::unique_ptr<State> connectKnown(std::chrono::nanoseconds deadline,
-                                             std::string *why);
+                                             std::string* why);
   explicit MutterRemoteDesktop(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
 };
