@@ -1014,8 +1014,8 @@ const Column kDesktops[] = {
        "on GNOME the frontmost application's name comes over AT-SPI, from "
        "applications this row does not start"},
       {"AccessibleBrowserPage",
-       "Chromium did not mark its window active over AT-SPI under headless "
-       "Mutter here"},
+       "Chromium marks no window active over AT-SPI under headless Mutter "
+       "here, and GNOME names no application otherwise"},
       {"AccessibilityBusWithoutXDisplay",
        "the accessibility bus is found the same way on every desktop, and "
        "there is no X display to do without: tried on X11"},
