@@ -111,7 +111,10 @@ MutterPasteboard::~MutterPasteboard() = default;
 
 std::optional<std::vector<std::string>> MutterPasteboard::types() {
   std::lock_guard<std::mutex> lock(state_->mutex);
-  if (!state_->session->roundtrip(in(kReplyTimeout))) return std::nullopt;
+  // The signals that have come say who owns the clipboard: the copy's
+  // owner change comes when the application is done, not in answer to
+  // anything of ours, so a round trip would not bring it sooner.
+  if (!state_->session->dispatchPending()) return std::nullopt;
   if (!state_->hasOwner || state_->clearing || state_->owner.ours) {
     return std::nullopt;
   }
@@ -122,7 +125,7 @@ std::optional<std::pair<std::string, std::string>> MutterPasteboard::read(
     const std::function<
         std::vector<std::string>(const std::vector<std::string>&)>& choose) {
   std::lock_guard<std::mutex> lock(state_->mutex);
-  if (!state_->session->roundtrip(in(kReplyTimeout))) return std::nullopt;
+  if (!state_->session->dispatchPending()) return std::nullopt;
   if (!state_->hasOwner || state_->clearing || state_->owner.ours ||
       state_->givenUp == state_->generation) {
     return std::nullopt;

@@ -361,4 +361,6 @@ bool MutterRemoteDesktop::roundtrip(std::chrono::nanoseconds deadline) {
          state_->processPending();
 }
 
+bool MutterRemoteDesktop::dispatchPending() { return state_->processPending(); }
+
 }  // namespace tovrin

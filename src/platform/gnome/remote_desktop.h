@@ -97,6 +97,9 @@ class MutterRemoteDesktop {
   /// Waits until the compositor has answered everything sent before (its
   /// signals included); false when it did not by `deadline`.
   bool roundtrip(std::chrono::nanoseconds deadline);
+  /// Handles the signals that have come, without waiting; false when the
+  /// connection broke.
+  bool dispatchPending();
 
  private:
   struct State;
