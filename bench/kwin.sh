@@ -20,12 +20,8 @@ if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
     -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
   cmake --build build/bench --target tovrin time_commands keyboard_holder \
     >/dev/null
-  if [ "$(id -u)" -eq 0 ]; then
-    source scripts/test_user.sh
-    ensure_test_user
-    exec runuser -u "$TOVRIN_TEST_USER" -- env TOVRIN_BENCH_INNER=1 \
-      PATH="$PATH" LANG=C.UTF-8 bash "$0" "$runs"
-  fi
+  TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
+    bash "$PWD/bench/kwin.sh" "$runs"
 fi
 time_commands=$PWD/build/bench/time_commands
 dir=$(mktemp -d /tmp/tovrin-kwin-bench.XXXXXX)
