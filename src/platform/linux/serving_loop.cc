@@ -1,6 +1,7 @@
 #include "platform/linux/serving_loop.h"
 
 #include <fcntl.h>
+#include <time.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -20,6 +21,9 @@ namespace {
 
 // How long a server process started ahead of need waits for its text.
 constexpr std::chrono::seconds kIdleServerLifetime{30};
+// How long an application may still take to answer a copy keystroke: a
+// few tens of milliseconds, a few hundred on a busy machine.
+constexpr std::chrono::milliseconds kLateCopyGrace{500};
 
 // Far above any clipboard text tovrin reads; only guards the allocation.
 constexpr uint64_t kMaxOrderSize = uint64_t{1} << 30;
@@ -80,6 +84,7 @@ struct Orders {
   std::optional<std::string> saved;
   bool clearing = false;
   std::vector<uint8_t> pressedKeys;
+  bool keystroke = false;  // the copy keystroke was sent
   std::optional<std::string> serve;
   bool done = false;
 };
@@ -112,6 +117,7 @@ Orders receiveOrders(int socketFd) {
         break;
       case kOrderKeys:
         orders.pressedKeys.assign(payload.begin(), payload.end());
+        orders.keystroke = true;
         break;
       case kOrderKeysUp:
         orders.pressedKeys.clear();
@@ -158,6 +164,14 @@ int runServer(int socketFd, int lockFd, const ClipboardKeeperFactory& open) {
     if (!orders.clearing || !orders.saved) return 0;
     close(socketFd);
     socketFd = -1;
+    // The application may still be answering the keystroke: its copy,
+    // landing after the text went back, would take the user's text away
+    // for good.
+    if (orders.keystroke) {
+      timespec grace = {0, std::chrono::nanoseconds(kLateCopyGrace).count()};
+      while (nanosleep(&grace, &grace) != 0 && errno == EINTR) {
+      }
+    }
   }
   const std::string text = parentGone ? *orders.saved : *orders.serve;
   orders = Orders();
