@@ -1,0 +1,49 @@
+#!/usr/bin/python3
+# file_copier.py URI_LIST_FILE: a window that copies files as a file
+# manager does when its copy shortcut reaches it: Ctrl+C puts the list in
+# URI_LIST_FILE on the clipboard as text/uri-list and as
+# x-special/gnome-copied-files. Its app id is org.tovrin.FileCopier.
+import sys
+
+import gi
+
+gi.require_version("Gdk", "4.0")
+gi.require_version("Gtk", "4.0")
+from gi.repository import Gdk, GLib, Gtk
+
+with open(sys.argv[1], "rb") as listed:
+    uris = listed.read()
+
+
+def copy(window):
+    def offer(mime, data):
+        return Gdk.ContentProvider.new_for_bytes(mime, GLib.Bytes.new(data))
+
+    window.get_clipboard().set_content(Gdk.ContentProvider.new_union([
+        offer("text/uri-list", uris),
+        offer("x-special/gnome-copied-files",
+              b"copy\n" + uris.replace(b"\r\n", b"\n").rstrip(b"\n")),
+    ]))
+
+
+def on_key(controller, keyval, keycode, state, window):
+    control = state & Gdk.ModifierType.CONTROL_MASK
+    if control and keyval in (Gdk.KEY_c, Gdk.KEY_C):
+        copy(window)
+        return True
+    return False
+
+
+# No GtkApplication: it would want a session bus, which the tests' sway
+# and KWin have not. The program's name is the window's app id.
+GLib.set_prgname("org.tovrin.FileCopier")
+Gtk.init()
+window = Gtk.Window(title="files")
+window.set_child(Gtk.Label(label="files selected"))
+keys = Gtk.EventControllerKey()
+keys.connect("key-pressed", on_key, window)
+window.add_controller(keys)
+window.connect("close-request", lambda *_: sys.exit(0))
+window.present()
+loop = GLib.MainLoop()
+loop.run()
