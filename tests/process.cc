@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,37 @@
 extern char** environ;
 
 namespace tovrin::testing {
+namespace {
+
+std::vector<std::string> buildEnvironment(
+    const std::map<std::string, std::string>& overrides) {
+  std::map<std::string, std::string> merged;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text(*entry);
+    const auto equals = text.find('=');
+    if (equals == std::string::npos) continue;
+    merged[text.substr(0, equals)] = text.substr(equals + 1);
+  }
+  for (const auto& [name, value] : overrides) {
+    if (value.empty()) {
+      merged.erase(name);
+    } else {
+      merged[name] = value;
+    }
+  }
+  std::vector<std::string> result;
+  for (const auto& [name, value] : merged) result.push_back(name + "=" + value);
+  return result;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+  std::vector<char*> result;
+  for (auto& s : strings) result.push_back(s.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+}  // namespace
 
 pid_t launch(const Launch& how) {
   // Everything prepared before fork: after it only async-signal-safe calls
@@ -77,14 +109,24 @@ StartedProcess startProcess(
     close(out[1]);
     return process;
   }
-  Launch how{program, arguments, {}, -1, out[1], err[1]};
-  for (const auto& [name, value] : environment) {
-    how.environment.push_back(value.empty() ? name : name + "=" + value);
-  }
-  const pid_t pid = launch(how);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null",
+                                   O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+
+  std::vector<std::string> args = arguments;
+  std::vector<std::string> env = buildEnvironment(environment);
+  auto argv = pointers(args);
+  auto envp = pointers(env);
+  pid_t pid = -1;
+  const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr,
+                                  argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
   close(out[1]);
   close(err[1]);
-  if (pid < 0) {
+  if (spawned != 0) {
     close(out[0]);
     close(err[0]);
     return process;
