@@ -66,6 +66,10 @@ class Desktop : public SessionProcesses {
   /// Waits until `selection` holds `text`.
   bool waitFor(Selection selection, const std::string& text,
                std::chrono::milliseconds timeout = 10s);
+
+ protected:
+  /// Starts `application` with GTK and Qt on Wayland; its pid.
+  std::optional<pid_t> spawnOnWayland(const Application& application);
 };
 
 /// The desktops the end-to-end scenarios run on.

@@ -90,12 +90,7 @@ class MutterDesktop : public Desktop {
   /// selection holds their text, which waits for the window too.
   std::optional<pid_t> startApplication(
       const Application& application) override {
-    SpawnOptions options;
-    options.environment = {"GDK_BACKEND=wayland", "QT_QPA_PLATFORM=wayland"};
-    options.environment.insert(options.environment.end(),
-                               application.environment.begin(),
-                               application.environment.end());
-    const auto pid = spawn(application.argv, options);
+    const auto pid = spawnOnWayland(application);
     if (!pid || !running(*pid)) {
       ADD_FAILURE() << application.id << " did not start";
       return std::nullopt;

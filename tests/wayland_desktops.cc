@@ -43,12 +43,7 @@ class WaylandDesktop : public Desktop {
 
   std::optional<pid_t> startApplication(
       const Application& application) override {
-    SpawnOptions options;
-    options.environment = {"GDK_BACKEND=wayland", "QT_QPA_PLATFORM=wayland"};
-    options.environment.insert(options.environment.end(),
-                               application.environment.begin(),
-                               application.environment.end());
-    const auto pid = spawn(application.argv, options);
+    const auto pid = spawnOnWayland(application);
     const auto deadline = Clock::now() + milliseconds(30000);
     while (pid && running(*pid) && Clock::now() < deadline) {
       if (focused(application.id)) return pid;
