@@ -3,8 +3,9 @@
 # (bench/wayland.sh): gnome-text-editor's selection copied through KWin's
 # fake input and the data-control clipboard, beyond the pauses the copy is
 # made of (250 ms in all). tovrin runs as its package installs it: stripped,
-# and authorized by a .desktop file naming it (KWin reads the whole binary
-# of each client that may use fake input as it connects). KWin does not run
+# with its helper tovrin-kwin-input beside it, which a .desktop file
+# authorizes (KWin reads the whole file of each client that may use fake
+# input as it connects: the helper is small). KWin does not run
 # as root here: as root, the run goes through the unprivileged user
 # tovrin-test, made if missing. Also times the frontmost-application lookup
 # (KWin's window list) alone.
@@ -18,7 +19,7 @@ if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
     gnome-text-editor
   cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
-  cmake --build build/bench --target tovrin time_commands keyboard_holder \
+  cmake --build build/bench --target tovrin tovrin-kwin-input time_commands keyboard_holder \
     >/dev/null
   TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
     bash "$PWD/bench/kwin.sh" "$runs"
@@ -38,11 +39,12 @@ cleanup() {
 trap cleanup EXIT
 
 strip -o "$dir/tovrin" build/bench/tovrin
+strip -o "$dir/tovrin-kwin-input" build/bench/tovrin-kwin-input
 cp build/bench/keyboard_holder "$dir/keyboard_holder"
 # kwin_wayland's file capability cannot be taken up here; a copy runs.
 cp /usr/bin/kwin_wayland "$dir/kwin_wayland"
 mkdir -p "$dir/share/applications" "$dir/home"
-for program in tovrin keyboard_holder; do
+for program in tovrin-kwin-input keyboard_holder; do
   printf '[Desktop Entry]\nType=Application\nName=%s\nNoDisplay=true\nExec=%s\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input,org_kde_plasma_window_management\n' \
     "$program" "$dir/$program" >"$dir/share/applications/$program.desktop"
 done

@@ -30,8 +30,9 @@ for field in "Package: tovrin" "Version: $version" "Depends: libc6" \
   grep -q "^ $field" <<<"$info" || fail "no '$field' in the control data"
 done
 contents=$(dpkg-deb -c "$deb" | awk '{print $6}')
-for file in ./usr/bin/tovrin ./usr/share/man/man1/tovrin.1 \
-    ./usr/share/doc/tovrin/copyright ./usr/share/applications/tovrin.desktop; do
+for file in ./usr/bin/tovrin ./usr/libexec/tovrin/tovrin-kwin-input \
+    ./usr/share/man/man1/tovrin.1 ./usr/share/doc/tovrin/copyright \
+    ./usr/share/applications/tovrin.desktop; do
   grep -qx "$file" <<<"$contents" || fail "$file is not in the package"
 done
 
@@ -44,12 +45,15 @@ answer=$(env -i PATH=/usr/bin:/bin "$scratch/root/usr/bin/tovrin" \
 [ "$answer" = '{"success":true,"granted":false}' ] ||
   fail "the packaged tovrin answered: $answer"
 # KWin lets a program use its fake input and window list when an installed
-# .desktop file names it by absolute path and lists those interfaces.
-grep -qx 'Exec=/usr/bin/tovrin' "$scratch/root/usr/share/applications/tovrin.desktop" ||
-  fail "the .desktop file does not name /usr/bin/tovrin"
+# .desktop file names it by absolute path and lists those interfaces: the
+# small helper that types for tovrin.
+helper=/usr/libexec/tovrin/tovrin-kwin-input
+grep -qx "Exec=$helper" "$scratch/root/usr/share/applications/tovrin.desktop" ||
+  fail "the .desktop file does not name $helper"
 
 cmake --install "$build" --prefix "$scratch/prefix" >/dev/null
-for file in bin/tovrin share/man/man1/tovrin.1 share/doc/tovrin/copyright \
+for file in bin/tovrin libexec/tovrin/tovrin-kwin-input \
+    share/man/man1/tovrin.1 share/doc/tovrin/copyright \
     share/applications/tovrin.desktop; do
   [ -f "$scratch/prefix/$file" ] || fail "cmake --install left out $file"
 done

@@ -351,21 +351,34 @@ void permissionAnswers(Run& run) {
     EXPECT_EQ(get.run.standardError.find("CGEvent"), std::string::npos);
   }
   if (run.kind == DesktopKind::kKWin) {
-    // A tovrin that no installed .desktop file names gets neither fake
-    // input nor the window list, and says what it needs.
+    // A helper that no installed .desktop file names gets neither fake
+    // input nor the window list, and tovrin says what it needs.
     const auto unlisted = run.directory / "tovrin";
+    const auto helper = run.directory / "tovrin-kwin-input";
     std::filesystem::copy_file(TOVRIN_BINARY, unlisted);
-    const ProcessResult check =
-        runProcess(unlisted, {"tovrin", "check-accessibility"},
-                   run.environment(), 20s);
-    EXPECT_EQ(check.standardOutput, "{\"success\":true,\"granted\":false}\n");
-    EXPECT_NE(check.standardError.find(
+    const auto check = [&] {
+      return runProcess(unlisted, {"tovrin", "check-accessibility"},
+                        run.environment(), 20s);
+    };
+    ProcessResult result = check();
+    EXPECT_EQ(result.standardOutput, "{\"success\":true,\"granted\":false}\n");
+    EXPECT_NE(result.standardError.find(
+                  "] [tovrin] Wayland: tovrin-kwin-input, which types for "
+                  "tovrin under KWin, is neither beside tovrin nor in "),
+              std::string::npos)
+        << result.standardError;
+    std::filesystem::copy_file(
+        std::filesystem::path(TOVRIN_BINARY).replace_filename(helper.filename()),
+        helper);
+    result = check();
+    EXPECT_EQ(result.standardOutput, "{\"success\":true,\"granted\":false}\n");
+    EXPECT_NE(result.standardError.find(
                   "] [tovrin] Wayland: KWin offers org_kde_kwin_fake_input "
                   "only to programs named by an installed .desktop file that "
                   "lists it in X-KDE-Wayland-Interfaces; tovrin's package "
-                  "installs one\n"),
+                  "installs one for " + helper.string() + "\n"),
               std::string::npos)
-        << check.standardError;
+        << result.standardError;
   }
   if (!run.x11()) {
     // A WAYLAND_DISPLAY that names no compositor leaves X11, and here no
@@ -536,7 +549,7 @@ void clipboardManagerNotMistakenForACopy(Run& run) {
 // A host that kills tovrin anywhere in its copy (at its timeout, say) still
 // finds the user's text on the clipboard and no key held.
 void killedRunLosesNothing(Run& run) {
-  run.startCopyTarget();
+  const json copy = run.startCopyTarget();
   run.ownClipboard();
   // Spread over the run: the save, the pause before the clear (~55 ms), the
   // keystroke, the reads and the write-back (~260 ms).
@@ -553,8 +566,9 @@ void killedRunLosesNothing(Run& run) {
       EXPECT_TRUE(noneOrOneAnswer(result.standardOutput))
           << result.standardOutput;
       if (signalNumber != SIGKILL && result.signal) {
-        // Interrupted, it still answered.
-        EXPECT_EQ(json::parse(result.standardOutput), kNothing);
+        // Interrupted, it still answered; or it had answered already.
+        const json answer = json::parse(result.standardOutput);
+        EXPECT_TRUE(answer == kNothing || answer == copy) << answer;
       }
       EXPECT_TRUE(run.userStateIsBack()) << result.standardError;
     }

@@ -283,18 +283,21 @@ class KWinDesktop : public WaylandDesktop {
       *error = "kwin_wayland is not installed";
       return false;
     }
-    // tovrin is authorized by the file its package installs, naming the
-    // binary under test; the keyboard holder by one of its own.
+    // tovrin's helper is authorized by the file its package installs,
+    // naming the helper beside the binary under test; the keyboard holder
+    // by one of its own.
     const std::string applications = folder_ + "/share/applications/";
     std::filesystem::create_directories(applications);
     std::ifstream installed(std::string(TOVRIN_SOURCE_DIR) +
                             "/data/tovrin.desktop.in");
     std::string entry((std::istreambuf_iterator<char>(installed)),
                       std::istreambuf_iterator<char>());
-    const std::string placeholder = "@TOVRIN_INSTALLED_BINARY@";
+    const std::string placeholder = "@TOVRIN_KWIN_INPUT@";
     if (const size_t at = entry.find(placeholder); at != std::string::npos) {
       entry.replace(at, placeholder.size(),
-                    std::filesystem::canonical(TOVRIN_BINARY).string());
+                    std::filesystem::canonical(TOVRIN_BINARY)
+                        .replace_filename("tovrin-kwin-input")
+                        .string());
     }
     std::ofstream(applications + "tovrin.desktop") << entry;
     std::ofstream(applications + "keyboard_holder.desktop")

@@ -73,6 +73,7 @@ std::unique_ptr<WaylandConnection> WaylandConnection::open(
       wl_display_connect(socket.empty() ? nullptr : socket.c_str());
   if (display == nullptr) return nullptr;
   std::unique_ptr<WaylandConnection> connection(new WaylandConnection(display));
+  connection->socketPath_ = waylandSocketPath(socket);
   connection->registry_ = wl_display_get_registry(display);
   static const wl_registry_listener kListener = {&WaylandConnection::onGlobal,
                                                  &WaylandConnection::onGlobalRemove};

@@ -48,6 +48,8 @@ class WaylandConnection {
   WaylandConnection& operator=(const WaylandConnection&) = delete;
 
   wl_display* display() const { return display_; }
+  /// The path of the compositor's socket.
+  const std::string& socketPath() const { return socketPath_; }
   /// The seat, its data-control and virtual-keyboard managers and the
   /// toplevel list; each null when the compositor does not offer it. The
   /// data-control manager is ext's when offered, else wlr's, spoken
@@ -73,6 +75,7 @@ class WaylandConnection {
   bool kwin() const { return kwin_; }
   /// KWin's window list, authorized the same way; bound on first use.
   org_kde_plasma_window_management* plasmaWindows();
+  bool plasmaWindowsOffered() const { return plasmaWindowsName_ != 0; }
 
   /// Sends what is queued and waits until the compositor has handled it
   /// and its answers are dispatched; false at the deadline or when the
@@ -98,6 +101,7 @@ class WaylandConnection {
   static void onGlobalRemove(void*, wl_registry*, uint32_t) {}
 
   wl_display* display_;
+  std::string socketPath_;
   wl_registry* registry_ = nullptr;
   wl_seat* seat_ = nullptr;
   zwlr_data_control_manager_v1* dataControl_ = nullptr;

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "platform/wayland/connection.h"
-#include "platform/wayland/kwin_fake_input.h"
+#include "platform/wayland/kwin_input.h"
 #include "virtual-keyboard-unstable-v1-client.h"
 
 namespace tovrin {
@@ -53,7 +53,10 @@ std::unique_ptr<SyntheticKeyboard> createSyntheticKeyboard(
   if (auto keyboard = VirtualKeyboard::create(connection, keys)) {
     return keyboard;
   }
-  return createFakeInputKeyboard(connection);
+  if (!connection.kwin()) return nullptr;
+  const std::optional<std::string> helper = KWinInput::helperPath();
+  if (!helper) return nullptr;
+  return KWinInput::keyboard(KWinInput::start(*helper, connection.socketPath()));
 }
 
 std::unique_ptr<VirtualKeyboard> VirtualKeyboard::create(

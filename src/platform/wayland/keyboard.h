@@ -39,8 +39,9 @@ class SyntheticKeyboard {
 };
 
 /// A virtual keyboard with the keymap of `keys` where the compositor
-/// offers them (wlroots), else KWin's fake input, which types through the
-/// seat's own keymap; null when it offers neither.
+/// offers them (wlroots), else KWin's fake input through tovrin-kwin-input
+/// (kwin_input.h), which types through the seat's own keymap; null when
+/// neither is to be had.
 std::unique_ptr<SyntheticKeyboard> createSyntheticKeyboard(
     WaylandConnection& connection, const CopyKeys& keys);
 

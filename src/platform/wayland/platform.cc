@@ -1,7 +1,8 @@
 // The Wayland backend, for wlroots compositors and KWin: AT-SPI for the
-// direct read, a virtual keyboard (KWin: fake input) for the copy shortcut,
-// the data-control clipboard for the pasteboard, and the compositor's list
-// of windows for the frontmost application. Wayland does not tell which client owns PRIMARY, so PRIMARY
+// direct read, a virtual keyboard (KWin: fake input, through a helper of
+// ours) for the copy shortcut, the data-control clipboard for the
+// pasteboard, and the compositor's list of windows for the frontmost
+// application. Wayland does not tell which client owns PRIMARY, so PRIMARY
 // never stands for the focused application's selection here.
 
 #include "platform/wayland/platform.h"
@@ -17,8 +18,7 @@
 #include "platform/system.h"
 #include "platform/wayland/connection.h"
 #include "platform/wayland/keyboard.h"
-#include "platform/wayland/kwin_fake_input.h"
-#include "platform/wayland/kwin_windows.h"
+#include "platform/wayland/kwin_input.h"
 #include "platform/wayland/pasteboard.h"
 #include "platform/wayland/toplevels.h"
 #include "text/text.h"
@@ -67,43 +67,6 @@ class WaylandKeyboardEvent : public KeyboardEvent {
   WaylandPasteboard& pasteboard_;
   bool keyDown_;
   uint64_t flags_ = 0;
-};
-
-/// A keyboard on the pasteboard's connection: each exchange waits until
-/// no clipboard read uses the connection.
-class PasteboardKeyboard : public SyntheticKeyboard {
- public:
-  PasteboardKeyboard(WaylandPasteboard& pasteboard,
-                     std::unique_ptr<SyntheticKeyboard> keyboard)
-      : pasteboard_(pasteboard), keyboard_(std::move(keyboard)) {}
-  ~PasteboardKeyboard() override {
-    pasteboard_.withConnection([this](WaylandConnection&) { keyboard_.reset(); });
-  }
-
-  void key(uint32_t key, bool down) override {
-    pasteboard_.withConnection(
-        [&](WaylandConnection&) { keyboard_->key(key, down); });
-  }
-  void modifiers(uint32_t depressed, uint32_t layout) override {
-    pasteboard_.withConnection(
-        [&](WaylandConnection&) { keyboard_->modifiers(depressed, layout); });
-  }
-  bool send() override {
-    bool sent = false;
-    pasteboard_.withConnection(
-        [&](WaylandConnection&) { sent = keyboard_->send(); });
-    return sent;
-  }
-  bool sync() override {
-    bool synced = false;
-    pasteboard_.withConnection(
-        [&](WaylandConnection&) { synced = keyboard_->sync(); });
-    return synced;
-  }
-
- private:
-  WaylandPasteboard& pasteboard_;
-  std::unique_ptr<SyntheticKeyboard> keyboard_;
 };
 
 class WaylandPlatform : public LinuxPlatform {
@@ -158,8 +121,8 @@ class WaylandPlatform : public LinuxPlatform {
       const auto deadline =
           std::chrono::steady_clock::now() + kWaylandReplyTimeout;
       ActivatedToplevel active = activatedToplevel(*connection_, deadline);
-      if (!active.listed) {
-        active = activatedPlasmaWindow(*connection_, deadline);
+      if (!active.listed && kwinInput()) {
+        active = kwinInput_->activeWindow(deadline);
       }
       frontmost_ = active.appId;
     }
@@ -231,38 +194,44 @@ class WaylandPlatform : public LinuxPlatform {
     if (preparation_ || keystroke_) return;
     const std::string appId =
         frontmostApplicationBundleIdentifier().value_or("");
-    if (connection_->virtualKeyboard() == nullptr &&
-        connection_->fakeInputOffered()) {
-      keystroke_ = fakeInputKeystroke(copyShortcutFor({appId}));
+    if (connection_->virtualKeyboard() == nullptr && kwinInput() &&
+        kwinInput_->keysOffered()) {
+      keystroke_ = kwinKeystroke(copyShortcutFor({appId}));
       return;
     }
     preparation_ =
         KeystrokePreparation::start(socket_, copyShortcutFor({appId}));
   }
 
-  /// KWin checks every new connection of a program it authorizes for
-  /// about 17 ms before it answers anything else, and fake input needs no
-  /// keymap of its own: the keys go over the pasteboard's connection,
-  /// which KWin has checked already.
-  std::unique_ptr<ReadyKeystroke> fakeInputKeystroke(CopyShortcut shortcut) {
+  /// KWin's helper, started on first use where the compositor is KWin;
+  /// null elsewhere, or when it is missing or does not start.
+  KWinInput* kwinInput() {
+    if (!kwinInputTried_ && connection_->kwin()) {
+      kwinInputTried_ = true;
+      kwinInputPath_ = KWinInput::helperPath();
+      if (kwinInputPath_) kwinInput_ = KWinInput::start(*kwinInputPath_, socket_);
+    }
+    return kwinInput_.get();
+  }
+
+  /// The keys go through the helper; the seat's keymap, which tells which
+  /// key gives a Latin c, comes over the pasteboard's connection.
+  std::unique_ptr<ReadyKeystroke> kwinKeystroke(CopyShortcut shortcut) {
+    std::optional<CopyKeys> keys;
+    waylandPasteboard_->withConnection(
+        [&](WaylandConnection& connection) { keys = seatCopyKeys(connection); });
+    std::unique_ptr<SyntheticKeyboard> keyboard =
+        KWinInput::keyboard(kwinInput_);
+    if (!keys || !keyboard) return nullptr;
     auto ready = std::make_unique<ReadyKeystroke>();
-    waylandPasteboard_->withConnection([&](WaylandConnection& connection) {
-      std::optional<CopyKeys> keys = seatCopyKeys(connection);
-      std::unique_ptr<SyntheticKeyboard> keyboard =
-          createFakeInputKeyboard(connection);
-      if (!keys || !keyboard) return;
-      ready->keystroke = WaylandCopyKeystroke::create(
-          std::make_unique<PasteboardKeyboard>(*waylandPasteboard_,
-                                               std::move(keyboard)),
-          std::move(*keys), shortcut);
-    });
-    if (!ready->keystroke) return nullptr;
+    ready->keystroke = WaylandCopyKeystroke::create(std::move(keyboard),
+                                                    std::move(*keys), shortcut);
     return ready;
   }
 
-  bool keysOffered() const {
+  bool keysOffered() {
     return connection_->virtualKeyboard() != nullptr ||
-           connection_->fakeInputOffered();
+           (kwinInput() && kwinInput_->keysOffered());
   }
 
   bool copyProtocolsOffered() {
@@ -285,9 +254,16 @@ class WaylandPlatform : public LinuxPlatform {
           name + "; only AT-SPI can read the selection");
     }
     if (connection_->kwin() && !keysOffered()) {
-      log("[tovrin] Wayland: KWin offers org_kde_kwin_fake_input only to "
-          "programs named by an installed .desktop file that lists it in "
-          "X-KDE-Wayland-Interfaces; tovrin's package installs one");
+      if (!kwinInputPath_) {
+        log("[tovrin] Wayland: tovrin-kwin-input, which types for tovrin "
+            "under KWin, is neither beside tovrin nor in " +
+            KWinInput::installedFolder());
+      } else {
+        log("[tovrin] Wayland: KWin offers org_kde_kwin_fake_input only to "
+            "programs named by an installed .desktop file that lists it in "
+            "X-KDE-Wayland-Interfaces; tovrin's package installs one for " +
+            *kwinInputPath_);
+      }
     }
   }
 
@@ -307,6 +283,9 @@ class WaylandPlatform : public LinuxPlatform {
   AccessibilitySession accessibility_;
   bool frontmostAsked_ = false;
   std::optional<std::string> frontmost_;
+  bool kwinInputTried_ = false;
+  std::optional<std::string> kwinInputPath_;
+  std::shared_ptr<KWinInput> kwinInput_;
   std::unique_ptr<KeystrokePreparation> preparation_;
   std::unique_ptr<ReadyKeystroke> keystroke_;
   std::shared_ptr<Pasteboard> pasteboard_;
