@@ -19,7 +19,7 @@ if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
     gnome-text-editor
   cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
-  cmake --build build/bench --target tovrin tovrin-kwin-input time_commands keyboard_holder \
+  cmake --build build/bench --target tovrin tovrin-kwin-input time_commands \
     >/dev/null
   TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
     bash "$PWD/bench/kwin.sh" "$runs"
@@ -40,14 +40,11 @@ trap cleanup EXIT
 
 strip -o "$dir/tovrin" build/bench/tovrin
 strip -o "$dir/tovrin-kwin-input" build/bench/tovrin-kwin-input
-cp build/bench/keyboard_holder "$dir/keyboard_holder"
 # kwin_wayland's file capability cannot be taken up here; a copy runs.
 cp /usr/bin/kwin_wayland "$dir/kwin_wayland"
 mkdir -p "$dir/share/applications" "$dir/home"
-for program in tovrin-kwin-input keyboard_holder; do
-  printf '[Desktop Entry]\nType=Application\nName=%s\nNoDisplay=true\nExec=%s\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input,org_kde_plasma_window_management\n' \
-    "$program" "$dir/$program" >"$dir/share/applications/$program.desktop"
-done
+sed "s|@TOVRIN_KWIN_INPUT@|$dir/tovrin-kwin-input|" data/tovrin.desktop.in \
+  >"$dir/share/applications/tovrin.desktop"
 export XDG_RUNTIME_DIR=$dir XDG_DATA_DIRS=$dir/share:/usr/share \
   XDG_CONFIG_HOME=$dir/config XDG_CACHE_HOME=$dir/cache HOME=$dir/home
 unset DISPLAY WAYLAND_DISPLAY
@@ -57,11 +54,12 @@ pids+=($!)
 for _ in $(seq 100); do [ -S "$dir/tovrin-kwin" ] && break; sleep 0.1; done
 export WAYLAND_DISPLAY=tovrin-kwin
 
-mkfifo "$dir/keys" "$dir/answers"
-setsid "$dir/keyboard_holder" <"$dir/keys" >"$dir/answers" 2>/dev/null &
-pids+=($!)
-exec 7>"$dir/keys" 8<"$dir/answers"
-read -r -t 15 ready <&8 && [ "$ready" = ready ] ||
+# The bench types through tovrin's helper too: one for the keys, and one a
+# question for the active window (each lists the windows once).
+helper() { "$dir/tovrin-kwin-input" "$dir/tovrin-kwin"; }
+active() { printf 'active\n' | helper | sed -n 's/^active //p'; }
+coproc KEYS { helper; }
+read -r -t 15 ready <&"${KEYS[0]}" && [ "$ready" = "ready 1 1" ] ||
   { echo "KWin did not offer its fake input" >&2; exit 1; }
 
 echo "== copy path on KWin: gnome-text-editor's selection"
@@ -70,14 +68,14 @@ NO_AT_BRIDGE=1 GTK_A11Y=none GDK_BACKEND=wayland \
   DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent \
   setsid gnome-text-editor --standalone "$dir/note.txt" >/dev/null 2>&1 &
 pids+=($!)
+editor=$(printf %s gnome-text-editor | od -An -tx1 | tr -d ' \n')
 for _ in $(seq 300); do
-  echo active >&7
-  read -r -t 5 active <&8
-  [ "$active" = gnome-text-editor ] && break
+  [ "$(active)" = "$editor" ] && break
   sleep 0.1
 done
-echo ctrl+a >&7
-read -r -t 5 _ <&8
+# Ctrl+A: left Ctrl and A, as evdev codes.
+printf 'key 29 1\nkey 30 1\nkey 30 0\nkey 29 0\nsync\n' >&"${KEYS[1]}"
+read -r -t 5 _ <&"${KEYS[0]}"
 printf 'saved text' | timeout 5 wl-copy
 "$dir/tovrin" get-selection 2>/dev/null | grep -q '"success":true' ||
   { echo "the copy did not work" >&2; exit 1; }

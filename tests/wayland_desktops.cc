@@ -1,7 +1,8 @@
 // The Wayland desktops of the tests: a headless compositor on a runtime
 // directory of its own, the selections through wl-clipboard (data-control),
-// and where the compositor takes virtual keyboards, one held on the seat
-// for the keys (tests/wayland/keyboard_holder_main.cc).
+// and the keys through tovrin's own pieces: a virtual keyboard held on the
+// seat for the whole session, or under KWin its fake input through
+// tovrin-kwin-input.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -12,8 +13,13 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
+#include <xkbcommon/xkbcommon.h>
 
+#include "platform/wayland/connection.h"
+#include "platform/wayland/keyboard.h"
+#include "platform/wayland/kwin_input.h"
 #include "tests/desktop.h"
 
 namespace tovrin::testing {
@@ -21,6 +27,160 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+
+/// tovrin's helper for KWin, beside the binary under test.
+std::string kwinInputPath() {
+  return std::filesystem::canonical(TOVRIN_BINARY)
+      .replace_filename("tovrin-kwin-input")
+      .string();
+}
+
+struct KeymapFree {
+  void operator()(xkb_keymap* keymap) const { xkb_keymap_unref(keymap); }
+};
+using Keymap = std::unique_ptr<xkb_keymap, KeymapFree>;
+
+/// The keymap XKB makes of `layout`; the connection loads xkbcommon.
+Keymap keymapOf(const std::string& layout) {
+  static xkb_context* const context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
+  const xkb_rule_names names = {"evdev", "pc105", layout.c_str(), "", ""};
+  return Keymap(
+      xkb_keymap_new_from_names(context, &names, XKB_KEYMAP_COMPILE_NO_FLAGS));
+}
+
+/// The keyboard of the tests on a compositor's seat. A compositor without
+/// input devices (sway on its headless backend) gives its seat no keyboard:
+/// applications never bind one, and keys that a short-lived virtual
+/// keyboard sends reach nobody. With a virtual keyboard held the seat has
+/// one from the start, the way a person's desktop does. KWin has no
+/// virtual keyboards; there the keys go through its fake input, in KWin's
+/// own layout (US).
+class TestKeyboard {
+ public:
+  bool start(const std::string& socket, const std::string& layout) {
+    connection_ = WaylandConnection::open(socket);
+    us_ = connection_ ? keymapOf("us") : nullptr;
+    if (!us_) return false;
+    if (connection_->virtualKeyboard() == nullptr) {
+      kwin_ = KWinInput::start(kwinInputPath(), connection_->socketPath());
+      keyboard_ = KWinInput::keyboard(kwin_);
+      return keyboard_ != nullptr && setLayout(layout).empty();
+    }
+    return setLayout(layout).empty();
+  }
+
+  /// Gives the keyboard the keymap of `layout`; an error text when it
+  /// cannot.
+  std::string setLayout(const std::string& layout) {
+    Keymap keymap = keymapOf(layout);
+    if (!keymap) return "no keymap for layout " + layout;
+    if (kwin_) {
+      if (layout != "us") return "KWin's layout is not the keyboard's to change";
+      keymap_ = std::move(keymap);
+      return "";
+    }
+    char* text = xkb_keymap_get_as_string(keymap.get(), XKB_KEYMAP_FORMAT_TEXT_V1);
+    CopyKeys keys;
+    keys.keymap = text;
+    std::free(text);
+    // The new keyboard comes before the old one goes: the seat keeps one.
+    auto keyboard = VirtualKeyboard::create(*connection_, keys);
+    if (!keyboard || !keyboard->sync()) return "the virtual keyboard was refused";
+    keyboard_ = std::move(keyboard);
+    keymap_ = std::move(keymap);
+    return "";
+  }
+
+  /// Presses and releases "mod+mod+key"; an error text when a name is
+  /// unknown. Keys are keysym names; a keysym the layout lacks (a Latin
+  /// letter under "ru") is the key at its US position, as a person would
+  /// press it.
+  std::string press(const std::string& combination) {
+    std::vector<std::string> names;
+    std::stringstream parts(combination);
+    for (std::string part; std::getline(parts, part, '+');) names.push_back(part);
+    static const std::map<std::string, std::pair<const char*, uint32_t>>
+        kModifiers = {{"ctrl", {XKB_MOD_NAME_CTRL, 29}},
+                      {"shift", {XKB_MOD_NAME_SHIFT, 42}},
+                      {"alt", {XKB_MOD_NAME_ALT, 56}}};
+    std::vector<std::pair<const char*, uint32_t>> modifiers;
+    for (size_t i = 0; i + 1 < names.size(); ++i) {
+      const auto found = kModifiers.find(names[i]);
+      if (found == kModifiers.end()) return "unknown modifier " + names[i];
+      modifiers.push_back(found->second);
+    }
+    auto [code, level] = keyOf(keymap_.get(), names.back());
+    if (code == 0) std::tie(code, level) = keyOf(us_.get(), names.back());
+    if (code == 0) return "no key gives " + combination;
+    if (level == 1) modifiers.push_back(kModifiers.at("shift"));
+    uint32_t mask = 0;
+    std::vector<uint32_t> keys;
+    for (const auto& [name, evdev] : modifiers) {
+      mask |= 1u << xkb_keymap_mod_get_index(keymap_.get(), name);
+      keys.push_back(evdev);
+    }
+    keys.push_back(code);
+    if (kwin_) {
+      // Fake input has no modifiers of its own: KWin takes them from the
+      // modifier keys pressed.
+      for (const uint32_t key : keys) keyboard_->key(key, true);
+      for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+        keyboard_->key(*key, false);
+      }
+    } else {
+      keyboard_->modifiers(mask);
+      keyboard_->key(code, true);
+      keyboard_->key(code, false);
+      keyboard_->modifiers(0);
+    }
+    return keyboard_->sync() ? "" : "the compositor did not answer";
+  }
+
+  /// KWin's active window's app id; nothing when no window is active. A
+  /// helper lists the windows once: each question gets one of its own.
+  std::optional<std::string> activeWindow() {
+    const auto helper =
+        KWinInput::start(kwinInputPath(), connection_->socketPath());
+    if (!helper) return std::nullopt;
+    return helper->activeWindow(Clock::now() + milliseconds(5000)).appId;
+  }
+
+ private:
+  /// The evdev code and level (0 plain, 1 with Shift) of the key that
+  /// gives the keysym `name` in the first layout of `keymap`; 0 when none
+  /// does. The plain level anywhere first: "Left" is on the arrow key, not
+  /// on the keypad's shifted 4.
+  static std::pair<uint32_t, uint32_t> keyOf(xkb_keymap* keymap,
+                                             const std::string& name) {
+    static const std::map<std::string, xkb_keysym_t> kNamed = {
+        {"End", XKB_KEY_End}, {"Return", XKB_KEY_Return},
+        {"space", XKB_KEY_space}};
+    const auto named = kNamed.find(name);
+    // A single character is its own keysym (Latin-1).
+    const xkb_keysym_t keysym =
+        named != kNamed.end() ? named->second
+        : name.size() == 1    ? static_cast<unsigned char>(name[0])
+                              : XKB_KEY_NoSymbol;
+    for (uint32_t level = 0; keysym != XKB_KEY_NoSymbol && level < 2; ++level) {
+      for (xkb_keycode_t key = xkb_keymap_min_keycode(keymap);
+           key <= xkb_keymap_max_keycode(keymap); ++key) {
+        const xkb_keysym_t* syms = nullptr;
+        const int count =
+            xkb_keymap_key_get_syms_by_level(keymap, key, 0, level, &syms);
+        for (int i = 0; i < count; ++i) {
+          if (syms[i] == keysym) return {key - 8, level};
+        }
+      }
+    }
+    return {0, 0};
+  }
+
+  std::unique_ptr<WaylandConnection> connection_;
+  std::shared_ptr<KWinInput> kwin_;
+  std::unique_ptr<SyntheticKeyboard> keyboard_;
+  Keymap keymap_;
+  Keymap us_;
+};
 
 class WaylandDesktop : public Desktop {
  public:
@@ -54,10 +214,10 @@ class WaylandDesktop : public Desktop {
   }
 
   bool pressKeys(const std::string& combination) override {
-    return tellKeyboard(combination);
+    return succeeded(keyboard_.press(combination), combination);
   }
   bool setLayout(const std::string& layout) override {
-    return tellKeyboard("layout " + layout);
+    return succeeded(keyboard_.setLayout(layout), "layout " + layout);
   }
 
   std::optional<std::string> read(Selection selection) override {
@@ -123,46 +283,27 @@ class WaylandDesktop : public Desktop {
     return false;
   }
 
-  /// Holds a virtual keyboard of `layout` on the seat; false when the
-  /// compositor does not take it in time.
+  /// Holds a keyboard of `layout` on the seat; false when the compositor
+  /// does not take it.
   bool holdKeyboard(const std::string& layout) {
-    SpawnOptions options;
-    options.keepInput = true;
-    options.captureOutput = true;
-    options.showErrors = true;
-    const auto pid = spawn({TOVRIN_KEYBOARD_HOLDER, layout}, options);
-    if (!pid || readLine(*pid, milliseconds(15000)) != "ready") return false;
-    keyboard_ = *pid;
-    return true;
+    return keyboard_.start(runtime_ + "/" + socket_, layout);
   }
 
   /// Whether a window of `id` has the keyboard focus.
   virtual bool focused(const std::string& id) = 0;
 
-  /// The keyboard holder's answer line to `command`.
-  std::optional<std::string> askKeyboard(const std::string& command) {
-    if (keyboard_ < 0 || !writeInput(keyboard_, command + "\n")) return {};
-    return readLine(keyboard_, milliseconds(5000));
-  }
-
+  TestKeyboard keyboard_;
   std::string runtime_;
   std::string socket_;
   std::map<std::string, std::string> extraEnvironment_;
 
  private:
-  bool tellKeyboard(const std::string& command) {
-    if (keyboard_ < 0 || !writeInput(keyboard_, command + "\n")) return false;
-    const auto answer = readLine(keyboard_, milliseconds(5000));
-    if (answer != "ok") {
-      ADD_FAILURE() << "The keyboard holder answered '" << answer.value_or("")
-                    << "' to '" << command << "'";
-      return false;
-    }
-    return true;
+  static bool succeeded(const std::string& error, const std::string& what) {
+    if (!error.empty()) ADD_FAILURE() << what << ": " << error;
+    return error.empty();
   }
 
   pid_t compositor_ = -1;
-  pid_t keyboard_ = -1;
 };
 
 bool focusedAppIs(const nlohmann::json& node, const std::string& appId) {
@@ -200,7 +341,7 @@ class SwayDesktop : public WaylandDesktop {
                                           "focus_on_window_activation focus\n"
                                           "default_border none\n";
     // sway opens its socket before it has read its configuration; the
-    // keyboard holder's first round trip is answered once it runs.
+    // keyboard's first round trip is answered once it runs.
     const bool started = startCompositor(
         {"sway", "-c", config_ + "/config"},
         {"WLR_BACKENDS=headless", "WLR_RENDERER=pixman",
@@ -284,8 +425,8 @@ class KWinDesktop : public WaylandDesktop {
       return false;
     }
     // tovrin's helper is authorized by the file its package installs,
-    // naming the helper beside the binary under test; the keyboard holder
-    // by one of its own.
+    // naming the helper beside the binary under test; the tests type
+    // through it too.
     const std::string applications = folder_ + "/share/applications/";
     std::filesystem::create_directories(applications);
     std::ifstream installed(std::string(TOVRIN_SOURCE_DIR) +
@@ -294,17 +435,9 @@ class KWinDesktop : public WaylandDesktop {
                       std::istreambuf_iterator<char>());
     const std::string placeholder = "@TOVRIN_KWIN_INPUT@";
     if (const size_t at = entry.find(placeholder); at != std::string::npos) {
-      entry.replace(at, placeholder.size(),
-                    std::filesystem::canonical(TOVRIN_BINARY)
-                        .replace_filename("tovrin-kwin-input")
-                        .string());
+      entry.replace(at, placeholder.size(), kwinInputPath());
     }
     std::ofstream(applications + "tovrin.desktop") << entry;
-    std::ofstream(applications + "keyboard_holder.desktop")
-        << "[Desktop Entry]\nType=Application\nName=keyboard_holder\n"
-        << "Exec=" << std::filesystem::canonical(TOVRIN_KEYBOARD_HOLDER).string()
-        << "\nX-KDE-Wayland-Interfaces="
-        << "org_kde_kwin_fake_input,org_kde_plasma_window_management\n";
     socket_ = "tovrin-kwin";
     const bool started = startCompositor(
         {"dbus-run-session", "--", folder_ + "/kwin_wayland", "--virtual",
@@ -317,7 +450,7 @@ class KWinDesktop : public WaylandDesktop {
         error);
     if (!started) return false;
     if (holdKeyboard("us")) return true;
-    *error = "KWin did not offer its fake input to the keyboard holder";
+    *error = "KWin did not offer its fake input to tovrin-kwin-input";
     return false;
   }
   ~KWinDesktop() override {
@@ -343,13 +476,7 @@ class KWinDesktop : public WaylandDesktop {
 
  private:
   bool focused(const std::string& id) override {
-    std::string escaped;
-    for (const unsigned char c : id) {
-      char escape[5];
-      std::snprintf(escape, sizeof escape, "\\x%02x", c);
-      escaped += c < 0x20 ? std::string(escape) : std::string(1, c);
-    }
-    return askKeyboard("active") == escaped;
+    return keyboard_.activeWindow() == id;
   }
 
   std::string folder_;
