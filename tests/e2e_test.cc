@@ -546,6 +546,18 @@ void clipboardManagerNotMistakenForACopy(Run& run) {
   EXPECT_TRUE(run.clipboardKept());
 }
 
+// An application started right after a copy, before any key is pressed,
+// must find a keyboard with a keymap on the seat: sway has no current
+// keyboard once the one that typed goes away, and Chromium then ends as it
+// starts.
+void anApplicationStartedAfterACopyTakesKeys(Run& run) {
+  const json copy = run.startCopyTarget();
+  run.ownClipboard();
+  EXPECT_EQ(run.tovrin().answer, copy);
+  run.startBrowserWithSelection("<p>Started after a copy</p>",
+                                "Started after a copy");
+}
+
 // A host that kills tovrin anywhere in its copy (at its timeout, say) still
 // finds the user's text on the clipboard and no key held.
 void killedRunLosesNothing(Run& run) {
@@ -923,6 +935,8 @@ const Row kRows[] = {
     {"FilesCopied", filesCopied},
     {"TerminalProgramNotInterrupted", terminalProgramNotInterrupted},
     {"ClipboardManagerNotMistakenForACopy", clipboardManagerNotMistakenForACopy},
+    {"AnApplicationStartedAfterACopyTakesKeys",
+     anApplicationStartedAfterACopyTakesKeys},
     {"KilledRunLosesNothing", killedRunLosesNothing},
     {"HostsThatCloseTheirEndsLoseNothing", hostsThatCloseTheirEndsLoseNothing},
     {"OverlappingRunsNeverAnswerWithTheClipboard",

@@ -62,8 +62,12 @@ class WaylandClipboardKeeper : public ClipboardKeeper {
       zwlr_data_control_source_v1_offer(source_, type.c_str());
     }
     zwlr_data_control_device_v1_set_selection(device_, source_);
-    return connection_->roundtrip(Clock::now() + kWaylandReplyTimeout) &&
-           !cancelled_;
+    if (!connection_->roundtrip(Clock::now() + kWaylandReplyTimeout) ||
+        cancelled_) {
+      return false;
+    }
+    holdSeatKeyboard();
+    return true;
   }
 
   void serve() override {
@@ -88,7 +92,25 @@ class WaylandClipboardKeeper : public ClipboardKeeper {
     static_cast<WaylandClipboardKeeper*>(data)->cancelled_ = true;
   }
 
+  /// sway has no current keyboard once the virtual keyboard that typed the
+  /// copy goes away with tovrin, until the next key press; an application
+  /// that starts meanwhile gets a keyboard without a keymap (Chromium ends
+  /// there and then). A keyboard of ours with the keymap the seat has now,
+  /// made after the keystroke, becomes the seat's and stays while we serve;
+  /// the user's next key press takes the seat back.
+  void holdSeatKeyboard() {
+    if (connection_->virtualKeyboard() == nullptr) return;
+    CopyKeys keys;
+    std::optional<std::string> keymap =
+        seatKeymap(*connection_, Clock::now() + kWaylandReplyTimeout);
+    if (!keymap) return;
+    keys.keymap = std::move(*keymap);
+    seatKeyboard_ = VirtualKeyboard::create(*connection_, keys);
+    if (seatKeyboard_) seatKeyboard_->sync();
+  }
+
   std::unique_ptr<WaylandConnection> connection_;
+  std::unique_ptr<VirtualKeyboard> seatKeyboard_;
   zwlr_data_control_device_v1* device_ = nullptr;
   zwlr_data_control_source_v1* source_ = nullptr;
   std::string text_;
