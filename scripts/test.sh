@@ -18,7 +18,7 @@ ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" \
   matchbox-window-manager mousepad chromium pcmanfm abiword xterm \
   xfce4-clipman dbus at-spi2-core gnome-text-editor featherpad \
   sway foot wl-clipboard wtype weston kwin-wayland qtwayland5 \
-  mutter python3-gi gir1.2-gtk-4.0 \
+  mutter python3-gi gir1.2-gtk-4.0 firefox-esr \
   nodejs python3 jq dpkg-dev groff-base mandoc
 
 jobs=$(nproc)

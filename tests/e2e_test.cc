@@ -152,6 +152,31 @@ struct Run {
     selectUntilPrimaryHolds(text);
   }
 
+  /// Starts Firefox on a page of `html` and selects all of it, which puts
+  /// `text` in PRIMARY; with accessibility, Firefox exposes the page.
+  pid_t startFirefoxWithSelection(const std::string& html,
+                                  const std::string& text, bool accessible) {
+    const auto profile =
+        directory / (accessible ? "firefox-accessible" : "firefox");
+    std::filesystem::create_directories(profile);
+    // A first start shows no welcome pages, and takes accessibility from
+    // the session alone.
+    std::ofstream(profile / "user.js")
+        << "user_pref(\"browser.aboutwelcome.enabled\", false);\n"
+           "user_pref(\"browser.shell.checkDefaultBrowser\", false);\n"
+           "user_pref(\"browser.startup.homepage_override.mstone\", \"ignore\");\n"
+           "user_pref(\"datareporting.policy.dataSubmissionEnabled\", false);\n"
+           "user_pref(\"accessibility.force_disabled\", "
+        << (accessible ? "-1" : "1") << ");\n";
+    const auto pid = start({"firefox-esr", "--no-remote", "--new-instance",
+                            "--profile", profile.string(),
+                            "file://" + writeFile("page.html", html)},
+                           "firefox-esr", accessible);
+    EXPECT_TRUE(pid);
+    if (pid) selectUntilPrimaryHolds(text);
+    return pid.value_or(-1);
+  }
+
   /// Puts files of `names` in a folder of their own and selects them in
   /// the desktop's file manager, whose copy brings them as a text/uri-list;
   /// the answer with their paths.
@@ -838,6 +863,36 @@ void accessibleBrowserPage(Run& run) {
   EXPECT_TRUE(run.clipboardKept());
 }
 
+// Firefox: its page copied with its HTML, and read over AT-SPI when it
+// runs with accessibility.
+void firefoxPage(Run& run) {
+  const std::string page =
+      "<html><head><meta charset=\"utf-8\"></head><body><p>Hello <b>bold</b> "
+      "world caf\xC3\xA9</p></body></html>";
+  const std::string text = "Hello bold world caf\xC3\xA9";
+  const pid_t firefox = run.startFirefoxWithSelection(page, text, false);
+  expectCopy(run, "firefox-esr", text, "bold</b>");
+  run.desktop->terminate(firefox);
+
+  ASSERT_TRUE(run.startAccessibilityBus());
+  run.startFirefoxWithSelection(page, text, true);
+  run.takePrimaryAway();
+  run.ownClipboard();
+  // Firefox tells AT-SPI of a selection a moment after it makes it; until
+  // then the read gives way to the copy.
+  Answer result;
+  const auto deadline = Clock::now() + 10s;
+  do {
+    result = run.tovrin();
+  } while (result.answer.value("method", "") != "accessibility" &&
+           Clock::now() < deadline);
+  EXPECT_EQ(result.answer, readDirectly(text)) << result.run.standardError;
+  EXPECT_TRUE(result.logged(
+      "[tovrin] Accessibility: read through AT-SPI from Firefox (Gecko)"))
+      << result.run.standardError;
+  EXPECT_TRUE(run.clipboardKept());
+}
+
 /// A property of org.a11y.Status on the session bus, as dbus-send prints it
 /// ("boolean true").
 std::string statusProperty(Run& run, const std::string& name) {
@@ -949,6 +1004,7 @@ const Row kRows[] = {
     {"AccessibleEditorsAreReadOverAtspi", accessibleEditorsAreReadOverAtspi},
     {"AccessibleEditorLosingOrFrozen", accessibleEditorLosingOrFrozen},
     {"AccessibleBrowserPage", accessibleBrowserPage},
+    {"FirefoxPage", firefoxPage},
     {"AccessibilityBusWithoutXDisplay", accessibilityBusWithoutXDisplay},
     {"HostExamples", hostExamples},
 };
