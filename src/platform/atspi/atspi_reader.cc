@@ -112,18 +112,45 @@ class FocusSearch {
   size_t index_ = 0;
 };
 
-std::string describe(AtspiBus& bus, const AccessibleRef& root,
+/// What AT-SPI says of an application: its name and toolkit.
+struct Description {
+  std::string name, toolkit;
+  /// For the log, e.g. "mousepad (gtk)".
+  std::string source;
+};
+
+Description describe(AtspiBus& bus, const AccessibleRef& root,
                      nanoseconds deadline) {
+  Description description;
   const auto name = bus.name(root, deadline);
   const auto toolkit = bus.toolkitName(root, deadline);
-  std::string source = name.status == BusStatus::kOk && !name.value.empty()
-                           ? name.value
-                           : root.bus;
-  if (toolkit.status == BusStatus::kOk && !toolkit.value.empty()) {
-    source += " (" + toolkit.value + ")";
+  if (name.status == BusStatus::kOk) description.name = name.value;
+  if (toolkit.status == BusStatus::kOk) description.toolkit = toolkit.value;
+  description.source =
+      description.name.empty() ? root.bus : description.name;
+  if (!description.toolkit.empty()) {
+    description.source += " (" + description.toolkit + ")";
   }
-  return source;
+  return description;
 }
+
+/// Whether `byte` starts a character: a byte that does not continue a
+/// UTF-8 sequence starts one (invalid bytes each count as one, as the
+/// repair to valid UTF-8 later makes them).
+bool startsCharacter(unsigned char byte) { return (byte & 0xC0) != 0x80; }
+
+/// The UTF-16 units of the character that `lead` starts.
+int32_t utf16Units(unsigned char lead) {
+  return lead >= 0xF0 && lead <= 0xF4 ? 2 : 1;
+}
+
+/// Which ends of an object the selection runs through: an embedded object
+/// inside its parent's selection is entered from before, or left after,
+/// or both (then it is selected whole).
+struct Sides {
+  bool start = false;
+  bool end = false;
+};
 
 /// Gathers the selected text of an element. Web content keeps its blocks
 /// (paragraphs, list items) as children, each standing in the parent's
@@ -132,20 +159,26 @@ std::string describe(AtspiBus& bus, const AccessibleRef& root,
 class SelectedText {
  public:
   SelectedText(AtspiBus& bus, const AtspiReadLimits& limits,
-               nanoseconds deadline)
-      : bus_(bus), limits_(limits), deadline_(deadline) {}
+               nanoseconds deadline, bool chromium)
+      : bus_(bus), limits_(limits), deadline_(deadline), chromium_(chromium) {}
 
   /// Appends the text of each non-empty range of `object`, joined by line
   /// breaks.
   AXError appendRanges(const AccessibleRef& object,
                        const std::vector<TextRange>& ranges, int depth,
-                       std::string& out) {
+                       std::string& out, Sides sides = {}) {
     bool first = true;
     for (const TextRange& range : ranges) {
-      if (range.second <= range.first && range.second != -1) continue;
+      const bool empty = range.second <= range.first && range.second != -1;
+      // Chromium hands out an empty range where it cannot count (see
+      // chromiumSelection); an empty selection it does not report at all.
+      if (empty && !chromium_) continue;
       if (!first) out += '\n';
       first = false;
-      const AXError error = appendText(object, range, depth, out);
+      const AXError error = chromium_
+                                ? appendChromiumRange(object, range, empty,
+                                                      sides, depth, out)
+                                : appendText(object, range, depth, out);
       if (error != kAXErrorSuccess) return error;
     }
     return kAXErrorSuccess;
@@ -156,29 +189,95 @@ class SelectedText {
                      std::string& out) {
     const auto part = bus_.text(object, range, deadline_);
     if (part.status != BusStatus::kOk) return errorFor(part.status);
-    const std::string_view text = part.value;
-    // Offsets count characters; a byte that does not continue a UTF-8
-    // sequence starts one (invalid bytes each count as one, as the
-    // repair to valid UTF-8 later makes them).
-    int32_t offset = range.first;
-    size_t copied = 0;
+    return appendSlice(object, part.value, range.first, {range.first, -1},
+                       {true, true}, depth, out);
+  }
+
+  /// Appends what Chromium means by the selection it reported for
+  /// `object`. Where it reported nothing that can be counted, an end that
+  /// the selection runs through is the object's own, and the other is the
+  /// caret, which Chromium counts right, when the caret is in the object.
+  AXError appendChromiumRange(const AccessibleRef& object, TextRange reported,
+                              bool empty, Sides sides, int depth,
+                              std::string& out) {
+    if (empty && sides.start && sides.end) reported = {0, -1}, empty = false;
+    int32_t caret = -1;
+    if (empty) {
+      if (!sides.start && !sides.end) return kAXErrorNoValue;
+      const auto found = bus_.caretOffset(object, deadline_);
+      if (found.status != BusStatus::kOk) return errorFor(found.status);
+      caret = found.value;
+      if (caret < 0) return kAXErrorNoValue;
+    }
+    // The text from its start: both ends of the true selection lie within
+    // twice the reported end, as no character is more than two units.
+    const int32_t end = reported.second;
+    TextRange fetch = {0, -1};
+    if (!empty && end != -1 && end < INT32_MAX / 2) fetch.second = 2 * end;
+    const auto part = bus_.text(object, fetch, deadline_);
+    if (part.status != BusStatus::kOk) return errorFor(part.status);
+    TextRange range = reported;
+    if (empty) {
+      range = {sides.start ? 0 : caret, sides.end ? -1 : caret};
+      // Only a selection that Chromium could not have counted is taken.
+      TextRange whole = range;
+      if (whole.second == -1) {
+        whole.second = 0;
+        for (const char c : part.value) {
+          whole.second += startsCharacter(static_cast<unsigned char>(c));
+        }
+      }
+      if (whole.second <= whole.first ||
+          chromiumReport(part.value, whole) != TextRange{0, 0}) {
+        return kAXErrorNoValue;
+      }
+    } else if (reported.second != -1) {
+      const auto counted = chromiumSelection(part.value, reported);
+      if (!counted) return kAXErrorNoValue;
+      range = *counted;
+    }
+    return appendSlice(object, part.value, 0, range, sides, depth, out);
+  }
+
+  /// Appends the characters of `range` of `text` (to its end for -1),
+  /// `text` starting at character `textStart` of `object`'s, each
+  /// embedded-object character replaced by the text of its object.
+  AXError appendSlice(const AccessibleRef& object, std::string_view text,
+                      int32_t textStart, TextRange range, Sides sides,
+                      int depth, std::string& out) {
+    int32_t offset = textStart, units = 0;
+    size_t copied = text.size(), stop = text.size();
     bool afterObject = false;
     for (size_t i = 0; i < text.size(); ++i) {
       const auto byte = static_cast<unsigned char>(text[i]);
-      if ((byte & 0xC0) == 0x80) continue;
-      if (text.substr(i, kEmbeddedObjectCharacter.size()) ==
-          kEmbeddedObjectCharacter) {
+      if (!startsCharacter(byte)) continue;
+      if (offset == range.second) {
+        stop = i;
+        break;
+      }
+      if (offset == range.first) copied = i;
+      if (copied <= i && text.substr(i, kEmbeddedObjectCharacter.size()) ==
+                             kEmbeddedObjectCharacter) {
         if (i > copied) afterObject = false;
         out.append(text.substr(copied, i - copied));
+        // Objects inside the range are selected whole; those at its ends
+        // are entered or left as the range is.
+        const size_t next = i + kEmbeddedObjectCharacter.size();
+        const bool last = offset + 1 == range.second ||
+                          (range.second == -1 && next == text.size());
+        const Sides inner = {sides.start || offset > range.first,
+                             sides.end || !last};
         const AXError error =
-            appendEmbedded(object, offset, depth, afterObject, out);
+            appendEmbedded(object, chromium_ ? units : offset, inner, depth,
+                           afterObject, out);
         if (error != kAXErrorSuccess) return error;
         afterObject = true;
-        copied = i + kEmbeddedObjectCharacter.size();
+        copied = next;
       }
       ++offset;
+      units += utf16Units(byte);
     }
-    out.append(text.substr(copied));
+    if (copied < stop) out.append(text.substr(copied, stop - copied));
     return kAXErrorSuccess;
   }
 
@@ -186,7 +285,8 @@ class SelectedText {
   /// `parent`; all of its text when it tells no selection of its own.
   /// Objects side by side are blocks: a line break parts them.
   AXError appendEmbedded(const AccessibleRef& parent, int32_t offset,
-                         int depth, bool afterObject, std::string& out) {
+                         Sides sides, int depth, bool afterObject,
+                         std::string& out) {
     if (++embedded_ > limits_.maxEmbedded ||
         depth >= limits_.maxEmbeddedDepth) {
       return kAXErrorNoValue;
@@ -198,21 +298,74 @@ class SelectedText {
     auto ranges = bus_.selections(child.value, deadline_);
     if (ranges.status == BusStatus::kTimedOut) return kAXErrorCannotComplete;
     if (ranges.status != BusStatus::kOk) return kAXErrorSuccess;
-    const bool selected = std::any_of(
-        ranges.value.begin(), ranges.value.end(),
-        [](const TextRange& range) { return range.second > range.first; });
-    if (!selected) ranges.value = {{0, -1}};
+    if (ranges.value.empty() ||
+        (!chromium_ && std::none_of(ranges.value.begin(), ranges.value.end(),
+                                    [](const TextRange& range) {
+                                      return range.second > range.first;
+                                    }))) {
+      ranges.value = {{0, -1}};
+      sides = {true, true};
+    }
     if (afterObject && !out.empty() && out.back() != '\n') out += '\n';
-    return appendRanges(child.value, ranges.value, depth + 1, out);
+    return appendRanges(child.value, ranges.value, depth + 1, out, sides);
   }
 
   AtspiBus& bus_;
   const AtspiReadLimits& limits_;
   const nanoseconds deadline_;
+  const bool chromium_;
   int embedded_ = 0;
 };
 
+/// Whether the application of `toolkit` and `name` is Chromium or built on
+/// it (Chrome, Electron), whose selections are counted its own way.
+bool isChromium(std::string_view toolkit, std::string_view name) {
+  return toolkit == "Chromium" || (toolkit.empty() && name == "Chromium");
+}
+
 }  // namespace
+
+std::optional<TextRange> chromiumSelection(std::string_view text,
+                                           TextRange reported) {
+  if (reported.first < 0 || reported.second <= reported.first) {
+    return std::nullopt;
+  }
+  // A reported end r stands for the UTF-16 offset of character r.
+  TextRange range = {-1, -1};
+  int32_t characters = 0, units = 0;
+  for (size_t i = 0; i <= text.size(); ++i) {
+    if (i < text.size() && !startsCharacter(static_cast<unsigned char>(text[i]))) {
+      continue;
+    }
+    if (characters == reported.first) range.first = units;
+    if (characters == reported.second) range.second = units;
+    if (i == text.size()) break;
+    ++characters;
+    units += utf16Units(static_cast<unsigned char>(text[i]));
+  }
+  if (range.first < 0 || range.second < 0 || range.second > characters) {
+    return std::nullopt;
+  }
+  return range;
+}
+
+TextRange chromiumReport(std::string_view text, TextRange range) {
+  // Each end e: the characters wholly within the first e UTF-16 units.
+  const auto report = [text](int32_t end) -> std::optional<int32_t> {
+    int32_t characters = 0, units = 0;
+    for (size_t i = 0; i < text.size() && units < end; ++i) {
+      const auto byte = static_cast<unsigned char>(text[i]);
+      if (!startsCharacter(byte)) continue;
+      units += utf16Units(byte);
+      ++characters;
+    }
+    if (units != end) return std::nullopt;
+    return characters;
+  };
+  const auto first = report(range.first), second = report(range.second);
+  if (!first || !second) return {0, 0};
+  return {*first, *second};
+}
 
 bool sameApplicationName(std::string_view name, std::string_view appId) {
   // Compared without case or punctuation, whole or by the app id's last
@@ -326,9 +479,12 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
       if ((!pid && !byName) || result.error != kAXErrorNoValue) return result;
       continue;
     }
-    result.source = describe(bus, root, deadline);
+    const Description application = describe(bus, root, deadline);
+    result.source = application.source;
     std::string text;
-    result.error = SelectedText(bus, limits, deadline)
+    result.error = SelectedText(bus, limits, deadline,
+                                isChromium(application.toolkit,
+                                           application.name))
                        .appendRanges(element, ranges.value, 0, text);
     if (result.error != kAXErrorSuccess) return result;
     if (text.empty()) {

@@ -261,6 +261,21 @@ BusReply<std::string> SdAtspiBus::name(const AccessibleRef& object,
   return connection_->stringProperty(object, kAccessible, "Name", deadline);
 }
 
+BusReply<int32_t> SdAtspiBus::caretOffset(const AccessibleRef& object,
+                                          std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusMessage reply(library);
+  const BusStatus status = connection_->call(
+      object.bus, object.path, kProperties, "Get", deadline, reply,
+      [&](sd_bus_message* m) {
+        return library.append(m, "ss", kText, "CaretOffset");
+      });
+  if (status != BusStatus::kOk) return {status};
+  int32_t offset = -1;
+  if (library.read(reply.get(), "v", "i", &offset) < 0) return {};
+  return {BusStatus::kOk, offset};
+}
+
 BusReply<std::string> SdAtspiBus::toolkitName(
     const AccessibleRef& root, std::chrono::nanoseconds deadline) {
   return connection_->stringProperty(root, "org.a11y.atspi.Application",

@@ -59,6 +59,8 @@ class SdAtspiBus : public AtspiBus {
                              std::chrono::nanoseconds deadline) override;
   BusReply<std::string> name(const AccessibleRef& object,
                              std::chrono::nanoseconds deadline) override;
+  BusReply<int32_t> caretOffset(const AccessibleRef& object,
+                                std::chrono::nanoseconds deadline) override;
   BusReply<std::string> toolkitName(const AccessibleRef& root,
                                     std::chrono::nanoseconds deadline) override;
   BusReply<AccessibleRef> embeddedObject(
