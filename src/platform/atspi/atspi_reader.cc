@@ -24,63 +24,76 @@ bool hasState(const std::vector<uint32_t>& words, int bit) {
 }
 
 /// The focused objects under `top`, walked breadth first within the
-/// limits, one at a time. An application without Collection is rare and
-/// its tree can be large: the walk stops rather than spend the budget.
+/// limits, a level at a time: the objects of one level are asked together.
+/// An application without Collection is rare and its tree can be large:
+/// the walk stops rather than spend the budget.
 class FocusWalk {
  public:
   FocusWalk(AtspiBus& bus, const AccessibleRef& top,
             const AtspiReadLimits& limits, nanoseconds deadline)
-      : bus_(bus), limits_(limits), deadline_(deadline), queue_{{top, 0}} {}
+      : bus_(bus), limits_(limits), deadline_(deadline), next_{top} {}
 
   /// The next focused object; an empty path when there is none left.
   BusReply<AccessibleRef> next() {
-    while (!queue_.empty() && visited_ < limits_.maxNodes) {
-      auto [object, depth] = std::move(queue_.front());
-      queue_.pop_front();
-      ++visited_;
-      const auto states = bus_.states(object, deadline_);
-      if (states.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
-      if (depth < limits_.maxDepth) {
-        const auto children = bus_.children(object, deadline_);
-        if (children.status == BusStatus::kTimedOut) {
+    for (;;) {
+      while (index_ < level_.size()) {
+        const size_t at = index_++;
+        const ObjectFacts& facts = facts_[at];
+        if (facts.states.status == BusStatus::kTimedOut ||
+            facts.children.status == BusStatus::kTimedOut) {
           return {BusStatus::kTimedOut};
         }
-        for (const AccessibleRef& child : children.value) {
-          queue_.emplace_back(child, depth + 1);
+        // An object that vanished under the walk is passed over.
+        if (facts.states.status == BusStatus::kOk &&
+            hasState(facts.states.value, kAtspiStateFocused)) {
+          return {BusStatus::kOk, level_[at]};
         }
       }
-      // An object that vanished under the walk is passed over.
-      if (states.status == BusStatus::kOk &&
-          hasState(states.value, kAtspiStateFocused)) {
-        return {BusStatus::kOk, object};
+      if (next_.empty() || visited_ >= limits_.maxNodes) {
+        return {BusStatus::kOk, AccessibleRef{}};
+      }
+      level_ = std::move(next_);
+      next_.clear();
+      if (level_.size() > static_cast<size_t>(limits_.maxNodes - visited_)) {
+        level_.resize(static_cast<size_t>(limits_.maxNodes - visited_));
+      }
+      visited_ += static_cast<int>(level_.size());
+      facts_ = bus_.survey(level_, depth_++ < limits_.maxDepth, deadline_);
+      index_ = 0;
+      for (const ObjectFacts& facts : facts_) {
+        const auto& children = facts.children.value;
+        next_.insert(next_.end(), children.begin(), children.end());
       }
     }
-    return {BusStatus::kOk, AccessibleRef{}};
   }
 
  private:
   AtspiBus& bus_;
   const AtspiReadLimits& limits_;
   const nanoseconds deadline_;
-  std::deque<std::pair<AccessibleRef, int>> queue_;
-  int visited_ = 0;
+  std::vector<AccessibleRef> level_, next_;
+  std::vector<ObjectFacts> facts_;
+  size_t index_ = 0;
+  int visited_ = 0, depth_ = 0;
 };
 
 /// The top-level window of the application at `root` that has the
-/// keyboard; an empty path when none has.
+/// keyboard; an empty path when none has. The windows are asked together.
 BusReply<AccessibleRef> activeWindow(AtspiBus& bus, const AccessibleRef& root,
                                      const AtspiReadLimits& limits,
                                      nanoseconds deadline) {
-  const auto windows = bus.children(root, deadline);
+  auto windows = bus.children(root, deadline);
   if (windows.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
-  int asked = 0;
-  for (const AccessibleRef& window : windows.value) {
-    if (asked++ == limits.maxFrames) break;
-    const auto states = bus.states(window, deadline);
+  if (windows.value.size() > static_cast<size_t>(limits.maxFrames)) {
+    windows.value.resize(static_cast<size_t>(limits.maxFrames));
+  }
+  const auto facts = bus.survey(windows.value, false, deadline);
+  for (size_t i = 0; i < facts.size(); ++i) {
+    const auto& states = facts[i].states;
     if (states.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
     if (states.status == BusStatus::kOk &&
         hasState(states.value, kAtspiStateActive)) {
-      return {BusStatus::kOk, window};
+      return {BusStatus::kOk, windows.value[i]};
     }
   }
   return {BusStatus::kOk, AccessibleRef{}};
@@ -325,6 +338,27 @@ bool isChromium(std::string_view toolkit, std::string_view name) {
 
 }  // namespace
 
+std::vector<BusReply<pid_t>> AtspiBus::processesOf(
+    const std::vector<std::string>& busNames, nanoseconds deadline) {
+  std::vector<BusReply<pid_t>> processes;
+  for (const std::string& name : busNames) {
+    processes.push_back(processOf(name, deadline));
+  }
+  return processes;
+}
+
+std::vector<ObjectFacts> AtspiBus::survey(
+    const std::vector<AccessibleRef>& objects, bool withChildren,
+    nanoseconds deadline) {
+  std::vector<ObjectFacts> facts;
+  for (const AccessibleRef& object : objects) {
+    ObjectFacts& fact = facts.emplace_back();
+    fact.states = states(object, deadline);
+    if (withChildren) fact.children = children(object, deadline);
+  }
+  return facts;
+}
+
 std::optional<TextRange> chromiumSelection(std::string_view text,
                                            TextRange reported) {
   if (reported.first < 0 || reported.second <= reported.first) {
@@ -402,19 +436,24 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
   // An application that hangs on the bus is not the focused one's fault:
   // a failed look-up of its process passes it over.
   std::vector<AccessibleRef> candidates;
-  for (const AccessibleRef& application : applications.value) {
-    if (bus.now() >= deadline) {
-      result.error = kAXErrorCannotComplete;
-      return result;
+  if (!pid) {
+    candidates = applications.value;
+  } else {
+    std::vector<std::string> names;
+    for (const AccessibleRef& application : applications.value) {
+      names.push_back(application.bus);
     }
-    if (!pid) {
-      candidates.push_back(application);
-      continue;
+    const auto processes = bus.processesOf(names, deadline);
+    for (size_t i = 0; i < processes.size(); ++i) {
+      if (processes[i].status == BusStatus::kOk &&
+          processes[i].value == *pid) {
+        candidates.push_back(applications.value[i]);
+      }
     }
-    const auto process = bus.processOf(application.bus, deadline);
-    if (process.status == BusStatus::kOk && process.value == *pid) {
-      candidates.push_back(application);
-    }
+  }
+  if (bus.now() >= deadline) {
+    result.error = kAXErrorCannotComplete;
+    return result;
   }
   // Some toolkits (GTK before 4.10) never mark a window active: then the
   // application the compositor names active is taken by its name, from its

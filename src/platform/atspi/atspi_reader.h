@@ -47,11 +47,29 @@ struct BusReply {
 /// A start and end offset of one selection of a text.
 using TextRange = std::pair<int32_t, int32_t>;
 
+/// What a walk asks of one object: its state set and, when asked, its
+/// children.
+struct ObjectFacts {
+  BusReply<std::vector<uint32_t>> states;
+  BusReply<std::vector<AccessibleRef>> children;
+};
+
 /// The calls the search makes on the accessibility bus. Every call gives up
 /// at `deadline` (monotonic clock) at the latest.
 class AtspiBus {
  public:
   virtual ~AtspiBus() = default;
+
+  /// The processes of `busNames`, in their order. The calls that ask many
+  /// objects at once may send them together, where the bus allows, and
+  /// await the replies together; here they are asked one by one.
+  virtual std::vector<BusReply<pid_t>> processesOf(
+      const std::vector<std::string>& busNames,
+      std::chrono::nanoseconds deadline);
+  /// The states of `objects`, with their children when `withChildren`.
+  virtual std::vector<ObjectFacts> survey(
+      const std::vector<AccessibleRef>& objects, bool withChildren,
+      std::chrono::nanoseconds deadline);
 
   /// The monotonic clock the deadlines are measured on.
   virtual std::chrono::nanoseconds now() = 0;

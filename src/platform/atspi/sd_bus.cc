@@ -45,6 +45,30 @@ bool readObjects(const SdBusLibrary& library, sd_bus_message* message,
   return library.exitContainer(message) >= 0;
 }
 
+/// Reads an au reply: a state set.
+bool readStates(const SdBusLibrary& library, sd_bus_message* message,
+                std::vector<uint32_t>& words) {
+  if (library.enterContainer(message, 'a', "u") < 0) return false;
+  for (;;) {
+    uint32_t word = 0;
+    const int r = library.read(message, "u", &word);
+    if (r < 0) return false;
+    if (r == 0) break;
+    words.push_back(word);
+  }
+  return library.exitContainer(message) >= 0;
+}
+
+/// The reply of call `index` of `batch`, read by `read` into its value.
+template <typename T, typename Read>
+BusReply<T> replyOf(const SdBusBatch& batch, size_t index, Read read) {
+  BusReply<T> result{batch.status(index)};
+  if (result.status == BusStatus::kOk && !read(batch.reply(index), result.value)) {
+    return {};
+  }
+  return result;
+}
+
 }  // namespace
 
 struct SdAtspiBus::Connection {
@@ -158,6 +182,65 @@ BusReply<pid_t> SdAtspiBus::processOf(const std::string& busName,
   return {BusStatus::kOk, static_cast<pid_t>(pid)};
 }
 
+std::vector<BusReply<pid_t>> SdAtspiBus::processesOf(
+    const std::vector<std::string>& busNames,
+    std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusBatch batch(library, connection_->bus->get());
+  for (const std::string& name : busNames) {
+    batch.add("org.freedesktop.DBus", "/org/freedesktop/DBus",
+              "org.freedesktop.DBus", "GetConnectionUnixProcessID", deadline,
+              [&](sd_bus_message* m) {
+                return library.append(m, "s", name.c_str());
+              });
+  }
+  batch.wait(deadline);
+  std::vector<BusReply<pid_t>> processes;
+  for (size_t i = 0; i < busNames.size(); ++i) {
+    processes.push_back(
+        replyOf<pid_t>(batch, i, [&](sd_bus_message* m, pid_t& pid) {
+          uint32_t value = 0;
+          if (library.read(m, "u", &value) < 0) return false;
+          pid = static_cast<pid_t>(value);
+          return true;
+        }));
+  }
+  return processes;
+}
+
+std::vector<ObjectFacts> SdAtspiBus::survey(
+    const std::vector<AccessibleRef>& objects, bool withChildren,
+    std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusBatch batch(library, connection_->bus->get());
+  for (const AccessibleRef& object : objects) {
+    batch.add(object.bus, object.path, kAccessible, "GetState", deadline,
+              noArguments);
+    if (withChildren) {
+      batch.add(object.bus, object.path, kAccessible, "GetChildren", deadline,
+                noArguments);
+    }
+  }
+  batch.wait(deadline);
+  std::vector<ObjectFacts> facts;
+  size_t index = 0;
+  for (size_t i = 0; i < objects.size(); ++i) {
+    ObjectFacts& fact = facts.emplace_back();
+    fact.states = replyOf<std::vector<uint32_t>>(
+        batch, index++, [&](sd_bus_message* m, std::vector<uint32_t>& words) {
+          return readStates(library, m, words);
+        });
+    if (withChildren) {
+      fact.children = replyOf<std::vector<AccessibleRef>>(
+          batch, index++,
+          [&](sd_bus_message* m, std::vector<AccessibleRef>& children) {
+            return readObjects(library, m, children);
+          });
+    }
+  }
+  return facts;
+}
+
 BusReply<std::vector<AccessibleRef>> SdAtspiBus::focusedDescendants(
     const AccessibleRef& root, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
@@ -201,14 +284,7 @@ BusReply<std::vector<uint32_t>> SdAtspiBus::states(
                         deadline, reply, noArguments);
   if (status != BusStatus::kOk) return {status};
   BusReply<std::vector<uint32_t>> result{BusStatus::kOk};
-  if (library.enterContainer(reply.get(), 'a', "u") < 0) return {};
-  for (;;) {
-    uint32_t word = 0;
-    const int r = library.read(reply.get(), "u", &word);
-    if (r < 0) return {};
-    if (r == 0) break;
-    result.value.push_back(word);
-  }
+  if (!readStates(library, reply.get(), result.value)) return {};
   return result;
 }
 

@@ -47,6 +47,12 @@ class SdAtspiBus : public AtspiBus {
       std::chrono::nanoseconds deadline) override;
   BusReply<pid_t> processOf(const std::string& busName,
                             std::chrono::nanoseconds deadline) override;
+  std::vector<BusReply<pid_t>> processesOf(
+      const std::vector<std::string>& busNames,
+      std::chrono::nanoseconds deadline) override;
+  std::vector<ObjectFacts> survey(const std::vector<AccessibleRef>& objects,
+                                  bool withChildren,
+                                  std::chrono::nanoseconds deadline) override;
   BusReply<std::vector<AccessibleRef>> focusedDescendants(
       const AccessibleRef& root, std::chrono::nanoseconds deadline) override;
   BusReply<std::vector<AccessibleRef>> children(
