@@ -50,4 +50,3 @@ sleep 0.5
 "$tovrin" get-selection 2>&1 | grep -o 'read through AT-SPI from .*' ||
   { echo "AT-SPI did not answer:" >&2; "$tovrin" get-selection >&2; exit 1; }
 "$time_commands" "$runs" "wl-paste --primary" "$tovrin get-selection"
-if [ -n "${TOVRIN_TRACE:-}" ]; then TOVRIN_TRACE_BUS=1 "$tovrin" get-selection 2>&1 | tail -300; fi

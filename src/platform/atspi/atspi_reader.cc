@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <map>
 
 namespace tovrin {
 namespace {
@@ -99,24 +100,64 @@ BusReply<AccessibleRef> activeWindow(AtspiBus& bus, const AccessibleRef& root,
   return {BusStatus::kOk, AccessibleRef{}};
 }
 
+/// The focused objects that `cache` lists under `top` of the application
+/// at `root`, in its order. An object whose ancestry, as far as the cache
+/// tells it, reaches the root but not `top` is in another window.
+std::vector<AccessibleRef> focusedInCache(
+    const std::vector<CachedObject>& cache, const AccessibleRef& top,
+    const AccessibleRef& root) {
+  std::map<std::string, const AccessibleRef*> parents;
+  for (const CachedObject& item : cache) {
+    parents[item.object.path] = &item.parent;
+  }
+  std::vector<AccessibleRef> focused;
+  for (const CachedObject& item : cache) {
+    if (!hasState(item.states, kAtspiStateFocused)) continue;
+    std::string path = item.object.path;
+    // A cycle or a deep chain ends the climb: the object is taken.
+    for (int step = 0; step < 64 && path != top.path; ++step) {
+      if (path == root.path) break;
+      const auto parent = parents.find(path);
+      if (parent == parents.end()) break;
+      path = parent->second->path;
+    }
+    if (path == root.path && top.path != root.path) continue;
+    focused.push_back(item.object);
+  }
+  return focused;
+}
+
 /// The focused objects under `top`, in tree order: through Collection
-/// where the application has it, else by walking.
+/// where the application has it, else from its cache (GTK 4 has no
+/// Collection; its cache lists the objects with their states in one
+/// call), else by walking.
 class FocusSearch {
  public:
   FocusSearch(AtspiBus& bus, const AccessibleRef& top,
-              const AtspiReadLimits& limits, nanoseconds deadline)
+              const AccessibleRef& root, const AtspiReadLimits& limits,
+              nanoseconds deadline)
       : matches_(bus.focusedDescendants(top, deadline)) {
-    if (matches_.status == BusStatus::kUnavailable) {
-      walk_.emplace(bus, top, limits, deadline);
+    if (matches_.status != BusStatus::kUnavailable) return;
+    const auto cache = bus.cachedObjects(top.bus, deadline);
+    if (cache.status == BusStatus::kTimedOut) {
+      matches_ = {BusStatus::kTimedOut};
+      return;
     }
+    if (cache.status == BusStatus::kOk) {
+      matches_ = {BusStatus::kOk, focusedInCache(cache.value, top, root)};
+      if (!matches_.value.empty()) return;
+    }
+    walk_.emplace(bus, top, limits, deadline);
   }
 
   /// The next focused object; an empty path when there is none left.
   BusReply<AccessibleRef> next() {
+    if (index_ < matches_.value.size()) {
+      return {BusStatus::kOk, matches_.value[index_++]};
+    }
     if (walk_) return walk_->next();
     if (matches_.status != BusStatus::kOk) return {matches_.status};
-    if (index_ == matches_.value.size()) return {BusStatus::kOk};
-    return {BusStatus::kOk, matches_.value[index_++]};
+    return {BusStatus::kOk};
   }
 
  private:
@@ -135,10 +176,11 @@ struct Description {
 Description describe(AtspiBus& bus, const AccessibleRef& root,
                      nanoseconds deadline) {
   Description description;
-  const auto name = bus.name(root, deadline);
-  const auto toolkit = bus.toolkitName(root, deadline);
-  if (name.status == BusStatus::kOk) description.name = name.value;
-  if (toolkit.status == BusStatus::kOk) description.toolkit = toolkit.value;
+  const auto found = bus.properties(
+      {{root, TextProperty::kName}, {root, TextProperty::kToolkitName}},
+      deadline);
+  if (found[0].status == BusStatus::kOk) description.name = found[0].value;
+  if (found[1].status == BusStatus::kOk) description.toolkit = found[1].value;
   description.source =
       description.name.empty() ? root.bus : description.name;
   if (!description.toolkit.empty()) {
@@ -347,6 +389,18 @@ std::vector<BusReply<pid_t>> AtspiBus::processesOf(
   return processes;
 }
 
+std::vector<BusReply<std::string>> AtspiBus::properties(
+    const std::vector<std::pair<AccessibleRef, TextProperty>>& asked,
+    nanoseconds deadline) {
+  std::vector<BusReply<std::string>> values;
+  for (const auto& [object, property] : asked) {
+    values.push_back(property == TextProperty::kName
+                         ? name(object, deadline)
+                         : toolkitName(object, deadline));
+  }
+  return values;
+}
+
 std::vector<ObjectFacts> AtspiBus::survey(
     const std::vector<AccessibleRef>& objects, bool withChildren,
     nanoseconds deadline) {
@@ -460,11 +514,15 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
   // root. Only when no application has an active window.
   std::vector<AccessibleRef> named;
   if (!pid && activeAppId) {
+    std::vector<std::pair<AccessibleRef, TextProperty>> asked;
     for (const AccessibleRef& application : candidates) {
-      const auto name = bus.name(application, deadline);
-      if (name.status == BusStatus::kOk &&
-          sameApplicationName(name.value, *activeAppId)) {
-        named.push_back(application);
+      asked.emplace_back(application, TextProperty::kName);
+    }
+    const auto names = bus.properties(asked, deadline);
+    for (size_t i = 0; i < names.size(); ++i) {
+      if (names[i].status == BusStatus::kOk &&
+          sameApplicationName(names[i].value, *activeAppId)) {
+        named.push_back(candidates[i]);
       }
     }
   }
@@ -490,7 +548,7 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
     const AccessibleRef& top = window.value.path.empty() ? root : window.value;
     // The focused element is the first focused object with a text: some
     // toolkits (Qt) also mark the current tab of a tab bar focused.
-    FocusSearch search(bus, top, limits, deadline);
+    FocusSearch search(bus, top, root, limits, deadline);
     AccessibleRef element;
     BusReply<std::vector<TextRange>> ranges;
     result.error = kAXErrorNoValue;

@@ -54,6 +54,20 @@ struct ObjectFacts {
   BusReply<std::vector<AccessibleRef>> children;
 };
 
+/// A text property of an object.
+enum class TextProperty {
+  /// Accessible.Name.
+  kName,
+  /// Application.ToolkitName, of an application's root.
+  kToolkitName,
+};
+
+/// An object as an application's cache lists it.
+struct CachedObject {
+  AccessibleRef object, parent;
+  std::vector<uint32_t> states;
+};
+
 /// The calls the search makes on the accessibility bus. Every call gives up
 /// at `deadline` (monotonic clock) at the latest.
 class AtspiBus {
@@ -66,6 +80,15 @@ class AtspiBus {
   virtual std::vector<BusReply<pid_t>> processesOf(
       const std::vector<std::string>& busNames,
       std::chrono::nanoseconds deadline);
+  /// Each of the properties asked, of its object.
+  virtual std::vector<BusReply<std::string>> properties(
+      const std::vector<std::pair<AccessibleRef, TextProperty>>& asked,
+      std::chrono::nanoseconds deadline);
+  /// The objects that the application at `busName` lists in its cache
+  /// (Cache.GetItems), in its order: one call for all. kUnavailable when it
+  /// has none.
+  virtual BusReply<std::vector<CachedObject>> cachedObjects(
+      const std::string& busName, std::chrono::nanoseconds deadline) = 0;
   /// The states of `objects`, with their children when `withChildren`.
   virtual std::vector<ObjectFacts> survey(
       const std::vector<AccessibleRef>& objects, bool withChildren,

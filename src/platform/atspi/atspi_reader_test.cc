@@ -96,6 +96,16 @@ class FakeAtspiBus : public AtspiBus {
     }
     return reply(find(root), deadline, collection, found);
   }
+  BusReply<std::vector<CachedObject>> cachedObjects(
+      const std::string& bus, nanoseconds deadline) override {
+    std::vector<CachedObject> items;
+    for (const Node& node : app(bus).nodes) {
+      items.push_back({{bus, node.path},
+                       {bus, node.parent},
+                       states({bus, node.path}, deadline).value});
+    }
+    return reply(find({bus, "/root"}), deadline, cache, items);
+  }
   BusReply<std::vector<AccessibleRef>> children(
       const AccessibleRef& object, nanoseconds deadline) override {
     return reply(find(object), deadline, true, childrenOf(object));
@@ -165,7 +175,7 @@ class FakeAtspiBus : public AtspiBus {
                  AccessibleRef{object.bus, linked ? link->second : ""});
   }
 
-  bool registryUp = true, collection = true;
+  bool registryUp = true, collection = true, cache = false;
   nanoseconds callCost = milliseconds(1);
   AtspiReadLimits limits;  // what the test reads with
 
@@ -269,7 +279,7 @@ void hugeEditor(Bus& bus, nanoseconds callCost) {
     app.nodes.insert(app.nodes.begin() + 3, {"/item" + std::to_string(i),
                                              "/menu"});
   }
-  bus.collection = false;
+  bus.collection = bus.cache = false;
   bus.callCost = callCost;
 }
 
@@ -364,10 +374,14 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
        [](Bus& b) { hugeEditor(b, milliseconds(20)); }},
   };
   for (const Case& c : cases) {
-    for (const bool collection : {true, false}) {
-      SCOPED_TRACE(std::string(c.name) + (collection ? "" : ", walking"));
+    // Through Collection, from the cache, by walking.
+    for (const auto& [how, collection, cache] :
+         {std::tuple{"", true, false}, std::tuple{", from the cache", false, true},
+          std::tuple{", walking", false, false}}) {
+      SCOPED_TRACE(std::string(c.name) + how);
       Bus bus;
       bus.collection = collection;
+      bus.cache = cache;
       c.setUp(bus);
       const nanoseconds start = bus.now();
       const AtspiRead read = readSelectedText(bus, c.pid, bus.limits, c.appId);

@@ -50,6 +50,11 @@ class SdAtspiBus : public AtspiBus {
   std::vector<BusReply<pid_t>> processesOf(
       const std::vector<std::string>& busNames,
       std::chrono::nanoseconds deadline) override;
+  std::vector<BusReply<std::string>> properties(
+      const std::vector<std::pair<AccessibleRef, TextProperty>>& asked,
+      std::chrono::nanoseconds deadline) override;
+  BusReply<std::vector<CachedObject>> cachedObjects(
+      const std::string& busName, std::chrono::nanoseconds deadline) override;
   std::vector<ObjectFacts> survey(const std::vector<AccessibleRef>& objects,
                                   bool withChildren,
                                   std::chrono::nanoseconds deadline) override;
