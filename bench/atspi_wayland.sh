@@ -18,7 +18,7 @@ if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
   TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
     bash "$PWD/bench/atspi_wayland.sh" "$runs"
 fi
-tovrin=${TOVRIN_BENCH_BINARY:-$PWD/build/bench/tovrin}
+tovrin=$PWD/build/bench/tovrin
 time_commands=$PWD/build/bench/time_commands
 
 source scripts/wayland_desktop.sh
@@ -43,6 +43,7 @@ printf 'A selection of a few words in an editor.' >"$WAYLAND_DIR/note.txt"
 HOME="$WAYLAND_DIR/home" GDK_BACKEND=wayland DBUS_SESSION_BUS_ADDRESS=$session_bus \
   setsid gnome-text-editor --standalone "$WAYLAND_DIR/note.txt" >/dev/null 2>&1 &
 WAYLAND_PIDS+=($!)
+# With a session bus, the editor names its window after its desktop file.
 wait_for_app org.gnome.TextEditor
 sleep 1
 press_ctrl a

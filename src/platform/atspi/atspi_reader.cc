@@ -3,7 +3,6 @@
 #include <cctype>
 
 #include <algorithm>
-#include <deque>
 #include <map>
 
 namespace tovrin {
