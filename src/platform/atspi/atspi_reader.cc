@@ -79,11 +79,16 @@ class FocusWalk {
 
 /// The top-level window of the application at `root` that has the
 /// keyboard; an empty path when none has. The windows are asked together.
+/// When the application is known to be the focused one, its only window
+/// is taken without asking.
 BusReply<AccessibleRef> activeWindow(AtspiBus& bus, const AccessibleRef& root,
                                      const AtspiReadLimits& limits,
-                                     nanoseconds deadline) {
+                                     bool known, nanoseconds deadline) {
   auto windows = bus.children(root, deadline);
   if (windows.status == BusStatus::kTimedOut) return {BusStatus::kTimedOut};
+  if (known && windows.value.size() == 1) {
+    return {BusStatus::kOk, windows.value[0]};
+  }
   if (windows.value.size() > static_cast<size_t>(limits.maxFrames)) {
     windows.value.resize(static_cast<size_t>(limits.maxFrames));
   }
@@ -535,7 +540,7 @@ AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
         byName ? named[index - candidates.size()] : candidates[index];
     // Each window keeps its focused widget: the active one's counts.
     const auto window = byName ? BusReply<AccessibleRef>{BusStatus::kOk, {}}
-                               : activeWindow(bus, root, limits, deadline);
+                               : activeWindow(bus, root, limits, pid.has_value(), deadline);
     if (window.status == BusStatus::kTimedOut) {
       // Unknown processes are asked in turn: a frozen one is passed over.
       if (!pid) continue;
