@@ -23,8 +23,9 @@ time_commands=$PWD/build/bench/time_commands
 
 source scripts/wayland_desktop.sh
 start_compositor
-# An accessibility bus in a session bus of its own, as a session starts it.
-dbus-run-session -- sh -c "echo \"\$DBUS_SESSION_BUS_ADDRESS\" \
+# An accessibility bus in a session bus of its own, as a session starts it;
+# in a process group of its own, which the clean-up ends whole.
+setsid dbus-run-session -- sh -c "echo \"\$DBUS_SESSION_BUS_ADDRESS\" \
   >'$WAYLAND_DIR/session-bus' && exec /usr/libexec/at-spi-bus-launcher \
   --launch-immediately" >/dev/null 2>&1 &
 WAYLAND_PIDS+=($!)
