@@ -47,11 +47,52 @@ struct BusReply {
 /// A start and end offset of one selection of a text.
 using TextRange = std::pair<int32_t, int32_t>;
 
+/// What a walk asks of one object: its state set and, when asked, its
+/// children.
+struct ObjectFacts {
+  BusReply<std::vector<uint32_t>> states;
+  BusReply<std::vector<AccessibleRef>> children;
+};
+
+/// A text property of an object.
+enum class TextProperty {
+  /// Accessible.Name.
+  kName,
+  /// Application.ToolkitName, of an application's root.
+  kToolkitName,
+};
+
+/// An object as an application's cache lists it.
+struct CachedObject {
+  AccessibleRef object, parent;
+  std::vector<uint32_t> states;
+};
+
 /// The calls the search makes on the accessibility bus. Every call gives up
 /// at `deadline` (monotonic clock) at the latest.
 class AtspiBus {
  public:
   virtual ~AtspiBus() = default;
+
+  /// The processes of `busNames`, in their order. The calls that ask many
+  /// objects at once may send them together, where the bus allows, and
+  /// await the replies together; here they are asked one by one.
+  virtual std::vector<BusReply<pid_t>> processesOf(
+      const std::vector<std::string>& busNames,
+      std::chrono::nanoseconds deadline);
+  /// Each of the properties asked, of its object.
+  virtual std::vector<BusReply<std::string>> properties(
+      const std::vector<std::pair<AccessibleRef, TextProperty>>& asked,
+      std::chrono::nanoseconds deadline);
+  /// The objects that the application at `busName` lists in its cache
+  /// (Cache.GetItems), in its order: one call for all. kUnavailable when it
+  /// has none.
+  virtual BusReply<std::vector<CachedObject>> cachedObjects(
+      const std::string& busName, std::chrono::nanoseconds deadline) = 0;
+  /// The states of `objects`, with their children when `withChildren`.
+  virtual std::vector<ObjectFacts> survey(
+      const std::vector<AccessibleRef>& objects, bool withChildren,
+      std::chrono::nanoseconds deadline);
 
   /// The monotonic clock the deadlines are measured on.
   virtual std::chrono::nanoseconds now() = 0;
@@ -80,12 +121,17 @@ class AtspiBus {
   /// The accessible Name of `object`.
   virtual BusReply<std::string> name(const AccessibleRef& object,
                                      std::chrono::nanoseconds deadline) = 0;
+  /// Text.CaretOffset: where the caret is in `object`'s text, -1 when it
+  /// is not in it.
+  virtual BusReply<int32_t> caretOffset(const AccessibleRef& object,
+                                        std::chrono::nanoseconds deadline) = 0;
   /// Application.ToolkitName of the application whose root is `root`.
   virtual BusReply<std::string> toolkitName(
       const AccessibleRef& root, std::chrono::nanoseconds deadline) = 0;
-  /// The object that the embedded-object character at character `offset`
-  /// of `object`'s text stands for (Hypertext.GetLinkIndex, GetLink and
-  /// the link's Hyperlink.GetObject).
+  /// The object that the embedded-object character at `offset` of
+  /// `object`'s text stands for (Hypertext.GetLinkIndex, GetLink and the
+  /// link's Hyperlink.GetObject). The offset counts as the application's
+  /// GetLinkIndex counts: see chromiumSelection.
   virtual BusReply<AccessibleRef> embeddedObject(
       const AccessibleRef& object, int32_t offset,
       std::chrono::nanoseconds deadline) = 0;
@@ -141,6 +187,24 @@ inline constexpr std::string_view kEmbeddedObjectCharacter = "\xEF\xBF\xBC";
 AtspiRead readSelectedText(AtspiBus& bus, std::optional<pid_t> pid,
                            const AtspiReadLimits& limits = {},
                            std::optional<std::string> activeAppId = {});
+
+/// The part of `text` that Chromium (and Electron) means by the selection
+/// `reported`, in code points of `text`, which starts at offset 0 and may be
+/// cut anywhere past the selection's end; nullopt when it cannot be told.
+/// Chromium counts its text in code points (GetText, GetCharacterCount,
+/// CaretOffset, Hyperlink offsets), but hands out each end of a selection
+/// as the number of code points in the first N UTF-16 units of the text,
+/// N being the end's true code point offset: short by one for each
+/// character outside the Basic Multilingual Plane before that point. Where
+/// unit N falls inside a surrogate pair it reports the range (0, 0)
+/// instead, and nothing can be told from it. Its GetLinkIndex takes the
+/// UTF-16 offset of the embedded-object character.
+std::optional<TextRange> chromiumSelection(std::string_view text,
+                                           TextRange reported);
+
+/// What Chromium reports for the selection `range` of `text`, by the rule
+/// above; (0, 0) where it can tell nothing.
+TextRange chromiumReport(std::string_view text, TextRange range);
 
 /// Whether an application that AT-SPI calls `name` is the one a Wayland
 /// compositor calls `appId`: the same letters and digits, case aside, in

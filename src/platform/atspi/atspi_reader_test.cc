@@ -21,6 +21,24 @@ size_t byteOf(const std::string& text, int32_t offset) {
   return text.size();
 }
 
+/// The UTF-16 units of the first `characters` characters of `text`.
+int32_t unitsOf(const std::string& text, int32_t characters) {
+  const size_t end = byteOf(text, characters);
+  int32_t units = 0;
+  for (size_t i = 0; i < end; ++i) {
+    // Four UTF-8 bytes make a surrogate pair.
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;
+  }
+  return units;
+}
+
+int32_t charactersOf(const std::string& text) {
+  return static_cast<int32_t>(
+      std::count_if(text.begin(), text.end(),
+                    [](const char c) { return (c & 0xC0) != 0x80; }));
+}
+
 /// One object of an application. `flags`: F focused, A a window that has
 /// the keyboard, Z frozen, N without Text, - not there. `links`: the objects
 /// its embedded-object characters stand for, by character offset.
@@ -29,6 +47,7 @@ struct Node {
   std::string path, parent = "", flags = "", text = "";
   std::vector<TextRange> selections = {};
   std::map<int32_t, std::string> links = {};
+  int32_t caret = -1;
 };
 
 // What a missing object answers for, and what the application does.
@@ -77,6 +96,16 @@ class FakeAtspiBus : public AtspiBus {
     }
     return reply(find(root), deadline, collection, found);
   }
+  BusReply<std::vector<CachedObject>> cachedObjects(
+      const std::string& bus, nanoseconds deadline) override {
+    std::vector<CachedObject> items;
+    for (const Node& node : app(bus).nodes) {
+      items.push_back({{bus, node.path},
+                       {bus, node.parent},
+                       states({bus, node.path}, deadline).value});
+    }
+    return reply(find({bus, "/root"}), deadline, cache, items);
+  }
   BusReply<std::vector<AccessibleRef>> children(
       const AccessibleRef& object, nanoseconds deadline) override {
     return reply(find(object), deadline, true, childrenOf(object));
@@ -93,7 +122,21 @@ class FakeAtspiBus : public AtspiBus {
   BusReply<std::vector<TextRange>> selections(const AccessibleRef& object,
                                               nanoseconds deadline) override {
     const Node& node = find(object);
-    return reply(node, deadline, !node.is('N'), node.selections);
+    std::vector<TextRange> ranges = node.selections;
+    if (app(object.bus).toolkit == "Chromium") {
+      // Chromium takes each end for a count of UTF-16 units and reports
+      // the characters within them; (0, 0) where that splits a pair.
+      for (TextRange& range : ranges) {
+        TextRange reported = {-1, -1};
+        for (int32_t c = 0; c <= charactersOf(node.text); ++c) {
+          if (unitsOf(node.text, c) == range.first) reported.first = c;
+          if (unitsOf(node.text, c) == range.second) reported.second = c;
+        }
+        range = reported.first < 0 || reported.second < 0 ? TextRange{0, 0}
+                                                           : reported;
+      }
+    }
+    return reply(node, deadline, !node.is('N'), ranges);
   }
   BusReply<std::string> text(const AccessibleRef& object, TextRange range,
                              nanoseconds deadline) override {
@@ -107,6 +150,11 @@ class FakeAtspiBus : public AtspiBus {
                              nanoseconds deadline) override {
     return reply(kAnywhere, deadline, true, app(object.bus).name);
   }
+  BusReply<int32_t> caretOffset(const AccessibleRef& object,
+                                nanoseconds deadline) override {
+    const Node& node = find(object);
+    return reply(node, deadline, !node.is('N'), node.caret);
+  }
   BusReply<std::string> toolkitName(const AccessibleRef& root,
                                     nanoseconds deadline) override {
     return reply(kAnywhere, deadline, true, app(root.bus).toolkit);
@@ -115,13 +163,19 @@ class FakeAtspiBus : public AtspiBus {
                                          int32_t offset,
                                          nanoseconds deadline) override {
     const Node& node = find(object);
+    // Chromium's GetLinkIndex counts UTF-16 units.
+    if (app(object.bus).toolkit == "Chromium") {
+      int32_t c = 0;
+      while (c < charactersOf(node.text) && unitsOf(node.text, c) < offset) ++c;
+      offset = unitsOf(node.text, c) == offset ? c : -1;
+    }
     const auto link = node.links.find(offset);
     const bool linked = link != node.links.end();
     return reply(node, deadline, linked,
                  AccessibleRef{object.bus, linked ? link->second : ""});
   }
 
-  bool registryUp = true, collection = true;
+  bool registryUp = true, collection = true, cache = false;
   nanoseconds callCost = milliseconds(1);
   AtspiReadLimits limits;  // what the test reads with
 
@@ -199,10 +253,21 @@ App& browser(Bus& bus) {
          {{0, "/p1"}, {1, "/image"}, {2, "/p2"}}},
         {"/p1", "/document", "", "First caf\u00e9", {{6, 10}}},
         {"/image", "/document", "N"},
-        {"/p2", "/document", "", "Second \uFFFC line \U0001F600", {{0, 15}},
-         {{7, "/link"}}},
+        {"/p2", "/document", "",
+         "Second \U0001F44D\U0001F3FD \uFFFC line \U0001F600", {{0, 18}},
+         {{10, "/link"}}},
         // A link tells no selection of its own: all of it is inside.
         {"/link", "/p2", "", "bold"}}});
+}
+
+/// Makes `path` of Chromium's page the last paragraph, "end 😀", selected
+/// whole, with the caret at `caret`: an end Chromium cannot count.
+void lastParagraph(App& app, const std::string& path, int32_t caret) {
+  Node& node = app[path];
+  node.text = "end \U0001F600";
+  node.selections = {{0, 5}};
+  node.links = {};
+  node.caret = caret;
 }
 
 /// An editor without Collection whose focus comes after 2000 other
@@ -214,7 +279,7 @@ void hugeEditor(Bus& bus, nanoseconds callCost) {
     app.nodes.insert(app.nodes.begin() + 3, {"/item" + std::to_string(i),
                                              "/menu"});
   }
-  bus.collection = false;
+  bus.collection = bus.cache = false;
   bus.callCost = callCost;
 }
 
@@ -261,9 +326,28 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
        [](Bus& b) { twoApps(b, false); }, anyPid, "org.gnome.TextEditor"},
       {"an active window before the app id", ok, "second",
        [](Bus& b) { twoApps(b, true); }, anyPid, "org.xfce.mousepad"},
+      // Chromium's own count of selections and links, by its toolkit: an
+      // Electron application is named after itself.
       {"embedded objects replaced by their text", ok,
-       "caf\u00e9\nSecond bold line \U0001F600", [](Bus& b) { browser(b); },
-       42, {}, "Chromium (Chromium)"},
+       "caf\u00e9\nSecond \U0001F44D\U0001F3FD bold line \U0001F600",
+       [](Bus& b) { browser(b).name = "Signal"; }, 42, {}, "Signal (Chromium)"},
+      {"Chromium's uncounted end told by the caret", ok,
+       "caf\u00e9\nend \U0001F600",
+       [](Bus& b) { lastParagraph(browser(b), "/p2", 5); }},
+      {"Chromium's uncounted end without the caret", none, "",
+       [](Bus& b) { lastParagraph(browser(b), "/p2", -1); }},
+      {"Chromium's uncounted end, a caret it could have counted", none, "",
+       [](Bus& b) { lastParagraph(browser(b), "/p2", 4); }},
+      {"Chromium's uncounted ends within one object", none, "", [](Bus& b) {
+         browser(b)["/document"] = {"/document", "/root", "F",
+                                    "a\U0001F600b\U0001F600", {{0, 2}}, {}, 2};
+       }},
+      {"GTK's offsets are characters", ok, "hello \U0001F44D\U0001F3FD world",
+       [](Bus& b) {
+         Node& view = editor(b)["/view"];
+         view.text = "\U0001F600 hello \U0001F44D\U0001F3FD world";
+         view.selections = {{2, 16}};
+       }},
       // Beyond the limits a selection is left to the next source, which
       // takes it whole.
       {"more embedded objects than the limit", none, "",
@@ -290,10 +374,14 @@ TEST(AtspiReaderTest, ReadsTheSelectionOfTheFocusedElementOrSaysWhyNot) {
        [](Bus& b) { hugeEditor(b, milliseconds(20)); }},
   };
   for (const Case& c : cases) {
-    for (const bool collection : {true, false}) {
-      SCOPED_TRACE(std::string(c.name) + (collection ? "" : ", walking"));
+    // Through Collection, from the cache, by walking.
+    for (const auto& [how, collection, cache] :
+         {std::tuple{"", true, false}, std::tuple{", from the cache", false, true},
+          std::tuple{", walking", false, false}}) {
+      SCOPED_TRACE(std::string(c.name) + how);
       Bus bus;
       bus.collection = collection;
+      bus.cache = cache;
       c.setUp(bus);
       const nanoseconds start = bus.now();
       const AtspiRead read = readSelectedText(bus, c.pid, bus.limits, c.appId);

@@ -45,6 +45,30 @@ bool readObjects(const SdBusLibrary& library, sd_bus_message* message,
   return library.exitContainer(message) >= 0;
 }
 
+/// Reads an au reply: a state set.
+bool readStates(const SdBusLibrary& library, sd_bus_message* message,
+                std::vector<uint32_t>& words) {
+  if (library.enterContainer(message, 'a', "u") < 0) return false;
+  for (;;) {
+    uint32_t word = 0;
+    const int r = library.read(message, "u", &word);
+    if (r < 0) return false;
+    if (r == 0) break;
+    words.push_back(word);
+  }
+  return library.exitContainer(message) >= 0;
+}
+
+/// The reply of call `index` of `batch`, read by `read` into its value.
+template <typename T, typename Read>
+BusReply<T> replyOf(const SdBusBatch& batch, size_t index, Read read) {
+  BusReply<T> result{batch.status(index)};
+  if (result.status == BusStatus::kOk && !read(batch.reply(index), result.value)) {
+    return {};
+  }
+  return result;
+}
+
 }  // namespace
 
 struct SdAtspiBus::Connection {
@@ -158,6 +182,133 @@ BusReply<pid_t> SdAtspiBus::processOf(const std::string& busName,
   return {BusStatus::kOk, static_cast<pid_t>(pid)};
 }
 
+std::vector<BusReply<pid_t>> SdAtspiBus::processesOf(
+    const std::vector<std::string>& busNames,
+    std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusBatch batch(library, connection_->bus->get());
+  for (const std::string& name : busNames) {
+    batch.add("org.freedesktop.DBus", "/org/freedesktop/DBus",
+              "org.freedesktop.DBus", "GetConnectionUnixProcessID", deadline,
+              [&](sd_bus_message* m) {
+                return library.append(m, "s", name.c_str());
+              });
+  }
+  batch.wait(deadline);
+  std::vector<BusReply<pid_t>> processes;
+  for (size_t i = 0; i < busNames.size(); ++i) {
+    processes.push_back(
+        replyOf<pid_t>(batch, i, [&](sd_bus_message* m, pid_t& pid) {
+          uint32_t value = 0;
+          if (library.read(m, "u", &value) < 0) return false;
+          pid = static_cast<pid_t>(value);
+          return true;
+        }));
+  }
+  return processes;
+}
+
+std::vector<BusReply<std::string>> SdAtspiBus::properties(
+    const std::vector<std::pair<AccessibleRef, TextProperty>>& asked,
+    std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusBatch batch(library, connection_->bus->get());
+  for (const auto& [object, property] : asked) {
+    batch.add(object.bus, object.path, kProperties, "Get", deadline,
+              [&, property = property](sd_bus_message* m) {
+                return property == TextProperty::kName
+                           ? library.append(m, "ss", kAccessible, "Name")
+                           : library.append(m, "ss",
+                                            "org.a11y.atspi.Application",
+                                            "ToolkitName");
+              });
+  }
+  batch.wait(deadline);
+  std::vector<BusReply<std::string>> values;
+  for (size_t i = 0; i < asked.size(); ++i) {
+    values.push_back(replyOf<std::string>(
+        batch, i, [&](sd_bus_message* m, std::string& value) {
+          const char* text = nullptr;
+          if (library.read(m, "v", "s", &text) < 0 || text == nullptr) {
+            return false;
+          }
+          value = text;
+          return true;
+        }));
+  }
+  return values;
+}
+
+BusReply<std::vector<CachedObject>> SdAtspiBus::cachedObjects(
+    const std::string& busName, std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusMessage reply(library);
+  const BusStatus status =
+      connection_->call(busName, "/org/a11y/atspi/cache",
+                        "org.a11y.atspi.Cache", "GetItems", deadline, reply,
+                        noArguments);
+  if (status != BusStatus::kOk) return {status};
+  sd_bus_message* m = reply.get();
+  // Each item: the object, its application, its parent, its index and
+  // child count, its interfaces, name, role and description, its states.
+  constexpr const char* kItem = "(so)(so)(so)iiassusau";
+  BusReply<std::vector<CachedObject>> result{BusStatus::kOk};
+  if (library.enterContainer(m, 'a', "((so)(so)(so)iiassusau)") < 0) return {};
+  for (;;) {
+    const int r = library.enterContainer(m, 'r', kItem);
+    if (r < 0) return {};
+    if (r == 0) break;
+    CachedObject& item = result.value.emplace_back();
+    const char *bus = nullptr, *path = nullptr, *parentBus = nullptr,
+               *parentPath = nullptr;
+    if (library.read(m, "(so)", &bus, &path) <= 0 ||
+        library.skip(m, "(so)") < 0 ||
+        library.read(m, "(so)", &parentBus, &parentPath) <= 0 ||
+        library.skip(m, "iiassus") < 0 ||
+        !readStates(library, m, item.states) ||
+        library.exitContainer(m) < 0) {
+      return {};
+    }
+    item.object = {bus, path};
+    item.parent = {parentBus, parentPath};
+  }
+  if (library.exitContainer(m) < 0) return {};
+  return result;
+}
+
+std::vector<ObjectFacts> SdAtspiBus::survey(
+    const std::vector<AccessibleRef>& objects, bool withChildren,
+    std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusBatch batch(library, connection_->bus->get());
+  for (const AccessibleRef& object : objects) {
+    batch.add(object.bus, object.path, kAccessible, "GetState", deadline,
+              noArguments);
+    if (withChildren) {
+      batch.add(object.bus, object.path, kAccessible, "GetChildren", deadline,
+                noArguments);
+    }
+  }
+  batch.wait(deadline);
+  std::vector<ObjectFacts> facts;
+  size_t index = 0;
+  for (size_t i = 0; i < objects.size(); ++i) {
+    ObjectFacts& fact = facts.emplace_back();
+    fact.states = replyOf<std::vector<uint32_t>>(
+        batch, index++, [&](sd_bus_message* m, std::vector<uint32_t>& words) {
+          return readStates(library, m, words);
+        });
+    if (withChildren) {
+      fact.children = replyOf<std::vector<AccessibleRef>>(
+          batch, index++,
+          [&](sd_bus_message* m, std::vector<AccessibleRef>& children) {
+            return readObjects(library, m, children);
+          });
+    }
+  }
+  return facts;
+}
+
 BusReply<std::vector<AccessibleRef>> SdAtspiBus::focusedDescendants(
     const AccessibleRef& root, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
@@ -201,41 +352,45 @@ BusReply<std::vector<uint32_t>> SdAtspiBus::states(
                         deadline, reply, noArguments);
   if (status != BusStatus::kOk) return {status};
   BusReply<std::vector<uint32_t>> result{BusStatus::kOk};
-  if (library.enterContainer(reply.get(), 'a', "u") < 0) return {};
-  for (;;) {
-    uint32_t word = 0;
-    const int r = library.read(reply.get(), "u", &word);
-    if (r < 0) return {};
-    if (r == 0) break;
-    result.value.push_back(word);
-  }
+  if (!readStates(library, reply.get(), result.value)) return {};
   return result;
 }
 
 BusReply<std::vector<TextRange>> SdAtspiBus::selections(
     const AccessibleRef& object, std::chrono::nanoseconds deadline) {
   const SdBusLibrary& library = *connection_->library;
-  SdBusMessage count(library);
-  BusStatus status = connection_->call(object.bus, object.path, kText,
-                                       "GetNSelections", deadline, count,
-                                       noArguments);
-  if (status != BusStatus::kOk) return {status};
-  int32_t n = 0;
-  if (library.read(count.get(), "i", &n) < 0) return {};
+  const auto readRange = [&](sd_bus_message* m, TextRange& range) {
+    return library.read(m, "ii", &range.first, &range.second) >= 0;
+  };
+  // A text has one selection, a few at most: the first is asked with the
+  // count, a count beyond a few is not worth a round trip each.
+  SdBusBatch batch(library, connection_->bus->get());
+  batch.add(object.bus, object.path, kText, "GetNSelections", deadline,
+            noArguments);
+  batch.add(object.bus, object.path, kText, "GetSelection", deadline,
+            [&](sd_bus_message* m) { return library.append(m, "i", 0); });
+  batch.wait(deadline);
+  const auto count =
+      replyOf<int32_t>(batch, 0, [&](sd_bus_message* m, int32_t& n) {
+        return library.read(m, "i", &n) >= 0;
+      });
+  if (count.status != BusStatus::kOk) return {count.status};
   BusReply<std::vector<TextRange>> result{BusStatus::kOk};
-  // A text has one selection, a few at most; a count beyond that is not
-  // worth a round trip each.
-  for (int32_t i = 0; i < n && i < 16; ++i) {
-    SdBusMessage reply(library);
-    status = connection_->call(
-        object.bus, object.path, kText, "GetSelection", deadline, reply,
-        [&](sd_bus_message* m) { return library.append(m, "i", i); });
-    if (status != BusStatus::kOk) return {status};
-    TextRange range;
-    if (library.read(reply.get(), "ii", &range.first, &range.second) < 0) {
-      return {};
-    }
-    result.value.push_back(range);
+  if (count.value <= 0) return result;
+  const auto first = replyOf<TextRange>(batch, 1, readRange);
+  if (first.status != BusStatus::kOk) return {first.status};
+  result.value.push_back(first.value);
+  SdBusBatch more(library, connection_->bus->get());
+  for (int32_t i = 1; i < count.value && i < 16; ++i) {
+    more.add(object.bus, object.path, kText, "GetSelection", deadline,
+             [&](sd_bus_message* m) { return library.append(m, "i", i); });
+  }
+  more.wait(deadline);
+  for (int32_t i = 1; i < count.value && i < 16; ++i) {
+    const auto range = replyOf<TextRange>(more, static_cast<size_t>(i - 1),
+                                          readRange);
+    if (range.status != BusStatus::kOk) return {range.status};
+    result.value.push_back(range.value);
   }
   return result;
 }
@@ -259,6 +414,21 @@ BusReply<std::string> SdAtspiBus::text(const AccessibleRef& object,
 BusReply<std::string> SdAtspiBus::name(const AccessibleRef& object,
                                        std::chrono::nanoseconds deadline) {
   return connection_->stringProperty(object, kAccessible, "Name", deadline);
+}
+
+BusReply<int32_t> SdAtspiBus::caretOffset(const AccessibleRef& object,
+                                          std::chrono::nanoseconds deadline) {
+  const SdBusLibrary& library = *connection_->library;
+  SdBusMessage reply(library);
+  const BusStatus status = connection_->call(
+      object.bus, object.path, kProperties, "Get", deadline, reply,
+      [&](sd_bus_message* m) {
+        return library.append(m, "ss", kText, "CaretOffset");
+      });
+  if (status != BusStatus::kOk) return {status};
+  int32_t offset = -1;
+  if (library.read(reply.get(), "v", "i", &offset) < 0) return {};
+  return {BusStatus::kOk, offset};
 }
 
 BusReply<std::string> SdAtspiBus::toolkitName(

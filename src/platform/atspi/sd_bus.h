@@ -47,6 +47,17 @@ class SdAtspiBus : public AtspiBus {
       std::chrono::nanoseconds deadline) override;
   BusReply<pid_t> processOf(const std::string& busName,
                             std::chrono::nanoseconds deadline) override;
+  std::vector<BusReply<pid_t>> processesOf(
+      const std::vector<std::string>& busNames,
+      std::chrono::nanoseconds deadline) override;
+  std::vector<BusReply<std::string>> properties(
+      const std::vector<std::pair<AccessibleRef, TextProperty>>& asked,
+      std::chrono::nanoseconds deadline) override;
+  BusReply<std::vector<CachedObject>> cachedObjects(
+      const std::string& busName, std::chrono::nanoseconds deadline) override;
+  std::vector<ObjectFacts> survey(const std::vector<AccessibleRef>& objects,
+                                  bool withChildren,
+                                  std::chrono::nanoseconds deadline) override;
   BusReply<std::vector<AccessibleRef>> focusedDescendants(
       const AccessibleRef& root, std::chrono::nanoseconds deadline) override;
   BusReply<std::vector<AccessibleRef>> children(
@@ -59,6 +70,8 @@ class SdAtspiBus : public AtspiBus {
                              std::chrono::nanoseconds deadline) override;
   BusReply<std::string> name(const AccessibleRef& object,
                              std::chrono::nanoseconds deadline) override;
+  BusReply<int32_t> caretOffset(const AccessibleRef& object,
+                                std::chrono::nanoseconds deadline) override;
   BusReply<std::string> toolkitName(const AccessibleRef& root,
                                     std::chrono::nanoseconds deadline) override;
   BusReply<AccessibleRef> embeddedObject(

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <time.h>
 
+#include <algorithm>
 #include <type_traits>
 
 namespace tovrin {
@@ -46,6 +47,10 @@ std::unique_ptr<SdBusLibrary> SdBusLibrary::load() {
   resolve(library->openContainer, "sd_bus_message_open_container");
   resolve(library->closeContainer, "sd_bus_message_close_container");
   resolve(library->appendStrv, "sd_bus_message_append_strv");
+  resolve(library->callAsync, "sd_bus_call_async");
+  resolve(library->slotUnref, "sd_bus_slot_unref");
+  resolve(library->messageRef, "sd_bus_message_ref");
+  resolve(library->getError, "sd_bus_message_get_error");
   if (!complete) return nullptr;
   return library;
 }
@@ -73,6 +78,55 @@ BusStatus SdBusConnection::waitReady(std::chrono::nanoseconds deadline) const {
     if (library_.wait(bus_, static_cast<uint64_t>(micros.count()) + 1) < 0) {
       return BusStatus::kUnavailable;
     }
+  }
+}
+
+SdBusBatch::~SdBusBatch() {
+  // A call still pending is cancelled with its slot.
+  for (const auto& call : calls_) {
+    if (call->slot != nullptr) library_.slotUnref(call->slot);
+  }
+}
+
+int SdBusBatch::Call::done(sd_bus_message* message, void* userdata,
+                           sd_bus_error*) {
+  auto* call = static_cast<Call*>(userdata);
+  // The reply's library is the batch's: it is what made the call.
+  const SdBusLibrary& library = call->reply.library();
+  const sd_bus_error* error = library.getError(message);
+  if (error == nullptr) {
+    call->status = BusStatus::kOk;
+    *call->reply.out() = library.messageRef(message);
+  } else {
+    const bool timedOut =
+        library.errorHasName(error, "org.freedesktop.DBus.Error.NoReply") > 0 ||
+        library.errorHasName(error, "org.freedesktop.DBus.Error.Timeout") > 0;
+    call->status = timedOut ? BusStatus::kTimedOut : BusStatus::kUnavailable;
+  }
+  call->pending = false;
+  return 1;
+}
+
+void SdBusBatch::wait(std::chrono::nanoseconds deadline) {
+  const auto pending = [this] {
+    return std::any_of(calls_.begin(), calls_.end(),
+                       [](const auto& call) { return call->pending; });
+  };
+  while (pending()) {
+    const int r = library_.process(bus_, nullptr);
+    if (r > 0) continue;
+    const auto remaining = deadline - monotonicNow();
+    if (r < 0 || remaining <= std::chrono::nanoseconds(0)) break;
+    const auto micros =
+        std::chrono::duration_cast<std::chrono::microseconds>(remaining);
+    if (library_.wait(bus_, static_cast<uint64_t>(micros.count()) + 1) < 0) {
+      break;
+    }
+  }
+  for (const auto& call : calls_) {
+    if (!call->pending) continue;
+    call->pending = false;
+    call->status = BusStatus::kTimedOut;
   }
 }
 

@@ -13,6 +13,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
+#include <cstdio>
+#include <cstdlib>
 
 #include "platform/atspi/atspi_reader.h"
 #include "platform/atspi/sd_bus.h"
@@ -54,6 +57,11 @@ struct SdBusLibrary {
   decltype(&sd_bus_message_open_container) openContainer = nullptr;
   decltype(&sd_bus_message_close_container) closeContainer = nullptr;
   decltype(&sd_bus_message_append_strv) appendStrv = nullptr;
+  // For calls sent together.
+  decltype(&sd_bus_call_async) callAsync = nullptr;
+  decltype(&sd_bus_slot_unref) slotUnref = nullptr;
+  decltype(&sd_bus_message_ref) messageRef = nullptr;
+  decltype(&sd_bus_message_get_error) getError = nullptr;
 
   /// libsystemd's functions, or null when it cannot be loaded. The library
   /// stays loaded for the life of the process: it keeps caches per thread
@@ -90,10 +98,71 @@ class SdBusMessage {
   SdBusMessage& operator=(const SdBusMessage&) = delete;
   sd_bus_message* get() const { return message_; }
   sd_bus_message** out() { return &message_; }
+  const SdBusLibrary& library() const { return library_; }
 
  private:
   const SdBusLibrary& library_;
   sd_bus_message* message_ = nullptr;
+};
+
+/// Method calls sent together, their replies awaited together: one round
+/// trip for all of them. Each waits at most kSdBusCallTimeout and never
+/// past the deadline of wait().
+class SdBusBatch {
+ public:
+  SdBusBatch(const SdBusLibrary& library, sd_bus* bus)
+      : library_(library), bus_(bus) {}
+  ~SdBusBatch();
+  SdBusBatch(const SdBusBatch&) = delete;
+  SdBusBatch& operator=(const SdBusBatch&) = delete;
+
+  /// Sends `member` with the arguments `append` adds; its index.
+  template <typename Append>
+  size_t add(const std::string& destination, const std::string& path,
+             const char* interface, const char* member,
+             std::chrono::nanoseconds deadline, Append append) {
+    calls_.push_back(std::make_unique<Call>(library_));
+    Call& call = *calls_.back();
+    SdBusMessage message(library_);
+    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::min<std::chrono::nanoseconds>(deadline - monotonicNow(),
+                                           kSdBusCallTimeout));
+    if (micros.count() <= 0) {
+      call.status = BusStatus::kTimedOut;
+    } else if (library_.newMethodCall(bus_, message.out(), destination.c_str(),
+                                      path.c_str(), interface, member) >= 0 &&
+               library_.setAutoStart(message.get(), 0) >= 0 &&
+               append(message.get()) >= 0 &&
+               library_.callAsync(bus_, &call.slot, message.get(), &Call::done,
+                                  &call,
+                                  static_cast<uint64_t>(micros.count())) >= 0) {
+      call.pending = true;
+    }
+    return calls_.size() - 1;
+  }
+
+  /// Waits for every reply until `deadline`; the calls left without one
+  /// have timed out.
+  void wait(std::chrono::nanoseconds deadline);
+
+  BusStatus status(size_t index) const { return calls_[index]->status; }
+  sd_bus_message* reply(size_t index) const {
+    return calls_[index]->reply.get();
+  }
+
+ private:
+  struct Call {
+    explicit Call(const SdBusLibrary& library) : reply(library) {}
+    static int done(sd_bus_message* message, void* userdata, sd_bus_error*);
+    sd_bus_slot* slot = nullptr;
+    bool pending = false;
+    BusStatus status = BusStatus::kUnavailable;
+    SdBusMessage reply;
+  };
+
+  const SdBusLibrary& library_;
+  sd_bus* bus_;
+  std::vector<std::unique_ptr<Call>> calls_;
 };
 
 /// The session bus, ready; null when it is not there by `deadline`.
