@@ -117,10 +117,10 @@ struct Run {
 
   /// gnome-text-editor's app id: it takes its desktop file's name once it
   /// reaches a session bus (started accessible, it has the accessibility
-  /// bus's), and KWin names windows by desktop files.
+  /// bus's), as sway and KWin name its window.
   std::string textEditorId(bool accessible) const {
-    return kind == DesktopKind::kKWin && accessible ? "org.gnome.TextEditor"
-                                                    : "gnome-text-editor";
+    const bool named = kind == DesktopKind::kKWin || kind == DesktopKind::kSway;
+    return named && accessible ? "org.gnome.TextEditor" : "gnome-text-editor";
   }
 
   /// Starts the desktop's editor on `text`, all of it selected; its pid.
@@ -748,13 +748,12 @@ void accessibleEditorsAreReadOverAtspi(Run& run) {
   ASSERT_TRUE(run.startAccessibilityBus());
   const struct {
     std::vector<std::string> argv;
-    const char* id;
+    std::string id;
     const char* source;
   } editors[] = {
       {{"mousepad"}, "mousepad", "mousepad (gtk)"},
       {{"gnome-text-editor", "--standalone"},
-       run.kind == DesktopKind::kKWin ? "org.gnome.TextEditor"
-                                      : "gnome-text-editor",
+       run.textEditorId(true),
        "gnome-text-editor (GTK)"},
       {{"featherpad"}, "featherpad", "FeatherPad (Qt)"},
   };
@@ -762,15 +761,14 @@ void accessibleEditorsAreReadOverAtspi(Run& run) {
     SCOPED_TRACE(id);
     // GTK 4.8 marks no window active, and GNOME names no application
     // otherwise: its selection is copied instead.
-    if (run.kind == DesktopKind::kMutter &&
-        std::string(id) == "gnome-text-editor") {
+    if (run.kind == DesktopKind::kMutter && id == "gnome-text-editor") {
       continue;
     }
-    argv.push_back(run.writeFile(std::string(id) + ".txt", kEditorText));
+    argv.push_back(run.writeFile(id + ".txt", kEditorText));
     const auto pid = run.start(argv, id, true);
     ASSERT_TRUE(pid);
     Answer result;
-    if (std::string(id) != "featherpad") {
+    if (id != "featherpad") {
       run.selectUntilPrimaryHolds(kEditorText);
       run.ownClipboard();
       result = run.tovrin();
@@ -1026,10 +1024,6 @@ struct Column {
 const char kGtkOnX11[] =
     "a GTK editor's selection is its PRIMARY on X11, read directly; it drops "
     "it when another program takes PRIMARY";
-const char kAtspiOnWayland[] =
-    "gnome-text-editor started with a session bus names its window "
-    "org.gnome.TextEditor on sway as on KWin, which Run::textEditorId "
-    "expects on KWin only";
 
 const char kNoXDisplayToDoWithout[] =
     "the accessibility bus is found the same way on every desktop, and "
@@ -1057,9 +1051,6 @@ const Column kDesktops[] = {
       {"WordProcessorCopiedWithHtml", kAbiWordOnX11},
       {"ClipboardManagerNotMistakenForACopy",
        "Debian 12 has no clipboard manager for wlroots compositors"},
-      {"AccessibleEditorsAreReadOverAtspi", kAtspiOnWayland},
-      {"AccessibleEditorLosingOrFrozen", kAtspiOnWayland},
-      {"AccessibleBrowserPage", kAtspiOnWayland},
       {"AccessibilityBusWithoutXDisplay", kNoXDisplayToDoWithout},
       {"HostExamples", kExamplesOnX11}}},
     {DesktopKind::kWeston,
