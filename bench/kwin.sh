@@ -13,17 +13,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-50}
-if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
-  source scripts/packages.sh
-  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" kwin-wayland wl-clipboard \
-    gnome-text-editor
-  cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
-  cmake --build build/bench --target tovrin tovrin-kwin-input time_commands \
-    >/dev/null
-  TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
-    bash "$PWD/bench/kwin.sh" "$runs"
-fi
+source scripts/packages.sh
+bench_as_test_user bench/kwin.sh "$runs" "tovrin tovrin-kwin-input time_commands" \
+  kwin-wayland wl-clipboard gnome-text-editor
 time_commands=$PWD/build/bench/time_commands
 dir=$(mktemp -d /tmp/tovrin-kwin-bench.XXXXXX)
 chmod 700 "$dir"

@@ -11,17 +11,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-50}
+source scripts/packages.sh
+bench_as_test_user bench/mutter.sh "$runs" "tovrin time_commands" mutter \
+  python3-gi dbus gnome-text-editor
 case "${TOVRIN_BENCH_INNER:-}" in
-"")
-  source scripts/packages.sh
-  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" mutter python3-gi dbus \
-    gnome-text-editor
-  cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
-  cmake --build build/bench --target tovrin time_commands >/dev/null
-  TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
-    bash "$PWD/bench/mutter.sh" "$runs"
-  ;;
 1)
   dir=$(mktemp -d /tmp/tovrin-mutter.XXXXXX)
   chmod 700 "$dir"

@@ -9,16 +9,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-50}
-if [ "${TOVRIN_BENCH_INNER:-}" != 1 ]; then
-  source scripts/packages.sh
-  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" sway wtype wl-clipboard jq \
-    gnome-text-editor
-  cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
-  cmake --build build/bench --target tovrin time_commands >/dev/null
-  TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
-    bash "$PWD/bench/wayland.sh" "$runs"
-fi
+source scripts/packages.sh
+bench_as_test_user bench/wayland.sh "$runs" "tovrin time_commands" sway wtype \
+  wl-clipboard jq gnome-text-editor
 tovrin=$PWD/build/bench/tovrin
 time_commands=$PWD/build/bench/time_commands
 

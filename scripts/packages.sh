@@ -27,3 +27,21 @@ ensure_packages() {
   DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq \
     --no-install-recommends "${missing[@]}"
 }
+
+# For the benchmarks on compositors, which refuse to run as root: installs
+# PACKAGES with the build's own, builds TARGETS (a list in one word) in
+# build/bench, and runs the calling benchmark SCRIPT again with RUNS as the
+# unprivileged user tovrin-test; returns only in that second run.
+#   bench_as_test_user SCRIPT RUNS "TARGETS" PACKAGES...
+bench_as_test_user() {
+  [ "${TOVRIN_BENCH_INNER:-}" = "" ] || return 0
+  local script=$1 runs=$2 targets=$3
+  shift 3
+  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" "$@"
+  cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
+  # shellcheck disable=SC2086 # the targets are words
+  cmake --build build/bench --target $targets >/dev/null
+  TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
+    bash "$PWD/$script" "$runs"
+}
