@@ -1,12 +1,9 @@
 #include "tests/xvfb_session.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
 
-#include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -16,11 +13,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-int msUntil(Clock::time_point deadline) {
-  auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-  return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
-}
 
 const char* selectionName(Selection selection) {
   return selection == Selection::kPrimary ? "primary" : "clipboard";
@@ -34,41 +26,26 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
     if (error != nullptr) *error = std::move(reason);
     return nullptr;
   };
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) return fail("no pipe for -displayfd");
   std::unique_ptr<XvfbSession> session(new XvfbSession());
   SpawnOptions serverOptions;
-  serverOptions.keepFd = fds[1];
+  serverOptions.captureOutput = true;
   const auto server = session->spawn(
-      {"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24", "-nolisten",
+      {"Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten",
        "tcp", "-noreset"},
       serverOptions);
-  close(fds[1]);
-  if (!server) {
-    close(fds[0]);
-    return fail("Xvfb did not start");
-  }
+  if (!server) return fail("Xvfb did not start");
   session->serverPid_ = *server;
   // Xvfb writes its display number once it accepts connections.
-  auto deadline = Clock::now() + options.startTimeout;
-  std::string number;
-  while (number.find('\n') == std::string::npos) {
-    pollfd fd = {fds[0], POLLIN, 0};
-    if (poll(&fd, 1, msUntil(deadline)) <= 0) break;
-    char buffer[32];
-    ssize_t count = ::read(fds[0], buffer, sizeof buffer);
-    if (count <= 0) break;
-    number.append(buffer, static_cast<size_t>(count));
-  }
-  close(fds[0]);
-  if (number.find('\n') == std::string::npos) {
+  const auto deadline = Clock::now() + options.startTimeout;
+  const auto number = session->readLine(*server, options.startTimeout);
+  if (!number) {
     return fail(
         "Xvfb did not report a display within the deadline (is the "
         "xvfb package installed?)");
   }
   // ':' is a char because for a one-letter string in front of a temporary,
   // g++ 12 -O3 warns of an overlapping copy that cannot happen (-Wrestrict).
-  session->display_ = ':' + number.substr(0, number.find('\n'));
+  session->display_ = ':' + *number;
 
   if (const char* previous = getenv("DISPLAY")) {
     session->previousDisplay_ = previous;
