@@ -14,11 +14,12 @@ runs=${1:-50}
 case "${TOVRIN_BENCH_INNER:-}" in
 "")
   source scripts/packages.sh
-  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" mutter python3-gi dbus \
+  ensure_packages "${TOVRIN_BUILD_PACKAGES[@]}" mutter dbus \
     gnome-text-editor
   cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DTOVRIN_TESTS=OFF -DTOVRIN_BENCH=ON >/dev/null
-  cmake --build build/bench --target tovrin time_commands >/dev/null
+  cmake --build build/bench --target tovrin time_commands remote_desktop \
+    >/dev/null
   TOVRIN_BENCH_INNER=1 exec bash scripts/as_test_user.sh \
     bash "$PWD/bench/mutter.sh" "$runs"
   ;;
@@ -37,7 +38,7 @@ esac
 # Inside the session bus: every process started here is ended by its pid.
 tovrin=$PWD/build/bench/tovrin
 time_commands=$PWD/build/bench/time_commands
-holder=$PWD/tests/gnome/remote_desktop_holder.py
+holder=$PWD/build/bench/remote_desktop
 pids=()
 cleanup() {
   local pid

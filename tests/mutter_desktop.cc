@@ -1,7 +1,7 @@
 // GNOME's compositor on its headless backend, in a session bus of its own
 // that tovrin is handed. Mutter offers no data-control and no virtual
 // keyboard: the keys and the clipboard go through remote-desktop sessions
-// of tests/gnome/remote_desktop_holder.py. A headless Mutter has no
+// of tests/gnome/remote_desktop_main.cc. A headless Mutter has no
 // keyboard until a session presses a key; the holder presses one and stays.
 
 #include <gtest/gtest.h>
@@ -10,7 +10,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tests/desktop.h"
@@ -21,8 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-const std::string kHolder =
-    std::string(TOVRIN_SOURCE_DIR) + "/tests/gnome/remote_desktop_holder.py";
+const std::string kHolder = TOVRIN_REMOTE_DESKTOP;
 
 class MutterDesktop : public Desktop {
  public:
@@ -122,9 +120,7 @@ class MutterDesktop : public Desktop {
     options.environment = {busVariable()};
     const auto result = run({kHolder, "read"}, milliseconds(10000), options);
     if (!result || result->exit.code != 0) return std::nullopt;
-    const auto text = nlohmann::json::parse(result->output, nullptr, false);
-    if (!text.is_string()) return std::nullopt;
-    return text.get<std::string>();
+    return result->output;
   }
 
   std::optional<pid_t> own(Selection selection,

@@ -1,8 +1,10 @@
 #!/usr/bin/python3
-# file_copier.py URI_LIST_FILE: a window that copies files as a file
+# file_copier.py URI_LIST_FILE [ACTIVE]: a window that copies files as a file
 # manager does when its copy shortcut reaches it: Ctrl+C puts the list in
 # URI_LIST_FILE on the clipboard as text/uri-list and as
-# x-special/gnome-copied-files. Its app id is org.tovrin.FileCopier.
+# x-special/gnome-copied-files. Its app id is org.tovrin.FileCopier. Given
+# ACTIVE, it puts that text on the clipboard once its window is active:
+# GNOME tells no other client where the keys go.
 import sys
 
 import gi
@@ -15,10 +17,11 @@ with open(sys.argv[1], "rb") as listed:
     uris = listed.read()
 
 
-def copy(window):
-    def offer(mime, data):
-        return Gdk.ContentProvider.new_for_bytes(mime, GLib.Bytes.new(data))
+def offer(mime, data):
+    return Gdk.ContentProvider.new_for_bytes(mime, GLib.Bytes.new(data))
 
+
+def copy(window):
     window.get_clipboard().set_content(Gdk.ContentProvider.new_union([
         offer("text/uri-list", uris),
         offer("x-special/gnome-copied-files",
@@ -34,6 +37,12 @@ def on_key(controller, keyval, keycode, state, window):
     return False
 
 
+def on_active(window, _):
+    if window.is_active():
+        window.get_clipboard().set_content(
+            offer("text/plain;charset=utf-8", sys.argv[2].encode()))
+
+
 # No GtkApplication: it would want a session bus, which the tests' sway
 # and KWin have not. The program's name is the window's app id.
 GLib.set_prgname("org.tovrin.FileCopier")
@@ -44,6 +53,8 @@ keys = Gtk.EventControllerKey()
 keys.connect("key-pressed", on_key, window)
 window.add_controller(keys)
 window.connect("close-request", lambda *_: sys.exit(0))
+if len(sys.argv) > 2:
+    window.connect("notify::is-active", on_active)
 window.present()
 loop = GLib.MainLoop()
 loop.run()
