@@ -179,10 +179,15 @@ struct Run {
       std::this_thread::sleep_for(300ms);
     } else {
       // A window of ours copies the list on Ctrl+C, as a file manager does.
-      EXPECT_TRUE(start({std::string(TOVRIN_SOURCE_DIR) +
-                             "/tests/wayland/file_copier.py",
-                         writeFile("uris", uris)},
-                        "org.tovrin.FileCopier"));
+      std::vector<std::string> argv = {
+          std::string(TOVRIN_SOURCE_DIR) + "/tests/wayland/file_copier.py",
+          writeFile("uris", uris)};
+      // GNOME tells no client where the keys go: the window says it has them.
+      if (kind == DesktopKind::kMutter) argv.push_back("files window active");
+      EXPECT_TRUE(start(argv, "org.tovrin.FileCopier"));
+      if (argv.size() > 2) {
+        EXPECT_TRUE(desktop->waitFor(Selection::kClipboard, argv[2]));
+      }
     }
     return {{"success", true}, {"method", "cgevent"}, {"file_paths", paths}};
   }
@@ -255,9 +260,9 @@ struct Run {
                             environment(changes), 20s);
     EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
     EXPECT_EQ(result.run.exitStatus, 0);
-    const auto lines = splitLines(result.run.standardOutput);
-    EXPECT_EQ(lines.size(), 1u) << result.run.standardOutput;
-    if (!lines.empty()) result.answer = json::parse(lines[0]);
+    const std::string& output = result.run.standardOutput;
+    EXPECT_TRUE(!output.empty() && noneOrOneAnswer(output)) << output;
+    result.answer = json::parse(output.substr(0, output.find('\n')), nullptr, false);
     return result;
   }
   StartedProcess startTovrin() {
@@ -282,31 +287,22 @@ struct Run {
       return false;
     }
     const auto deadline = Clock::now() + 10s;
-    while (!x11() && Clock::now() < deadline) {
+    do {
       std::ifstream(addressFile) >> sessionBus;
       const auto reply = desktop->run(
           {"dbus-send", "--bus=" + sessionBus, "--print-reply=literal",
            "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
           5s);
-      if (reply && reply->exit.code == 0) {
+      const auto published =
+          x11() ? desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s) : reply;
+      if (reply && reply->exit.code == 0 && published &&
+          published->output.find("unix:") != std::string::npos) {
         accessibilityBus = reply->output.substr(reply->output.find("unix:"));
         accessibilityBus.erase(accessibilityBus.find_last_not_of(" \n") + 1);
         return true;
       }
       std::this_thread::sleep_for(50ms);
-    }
-    while (Clock::now() < deadline) {
-      const auto property = desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s);
-      const size_t start =
-          property ? property->output.find("\"unix:") : std::string::npos;
-      if (start != std::string::npos) {
-        accessibilityBus = property->output.substr(
-            start + 1, property->output.rfind('"') - start - 1);
-        std::ifstream(addressFile) >> sessionBus;
-        return !sessionBus.empty();
-      }
-      std::this_thread::sleep_for(50ms);
-    }
+    } while (Clock::now() < deadline);
     return false;
   }
 
@@ -679,16 +675,10 @@ void aWindowNameCannotForgeALogLine(Run& run) {
 void aFrozenDisplayServerDoesNotHoldTheHostUp(Run& run) {
   ASSERT_EQ(kill(run.desktop->serverPid(), SIGSTOP), 0);
   for (const char* command : {"check-accessibility", "get-selection"}) {
-    const ProcessResult result =
-        runProcess(TOVRIN_BINARY, {"tovrin", command}, run.environment(), 20s);
-    EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-    EXPECT_TRUE(!result.standardOutput.empty() &&
-                noneOrOneAnswer(result.standardOutput));
-    EXPECT_LT(result.wallTime, 5s);
-    EXPECT_EQ(!run.x11(),
-              result.standardError.find(
-                  "] [tovrin] Wayland: no compositor answers at "
-                  "WAYLAND_DISPLAY; trying X11\n") != std::string::npos);
+    const Answer result = run.tovrin(command);
+    EXPECT_LT(result.run.wallTime, 5s);
+    EXPECT_EQ(!run.x11(), result.logged("[tovrin] Wayland: no compositor "
+                                        "answers at WAYLAND_DISPLAY; trying X11"));
   }
   kill(run.desktop->serverPid(), SIGCONT);
 }
