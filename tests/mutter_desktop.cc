@@ -55,13 +55,10 @@ class MutterDesktop : public Desktop {
       if (!bus_.empty() &&
           std::filesystem::exists(runtime_ + "/tovrin-mutter")) {
         std::ifstream(pidFile) >> compositor_;
-        SpawnOptions options;
-        options.keepInput = true;
-        options.captureOutput = true;
-        options.showErrors = true;
-        options.environment = {busVariable()};
-        const auto holder = spawn({kHolder, "hold"}, options);
-        // The interface is on the bus a little after the socket.
+        const auto holder = spawn({kHolder, "hold"}, {.environment = {busVariable()},
+                                                      .keepInput = true,
+                                                      .captureOutput = true,
+                                                      .showErrors = true});
         if (holder && readLine(*holder, milliseconds(15000)) == "ready") {
           keyboard_ = *holder;
           return true;
@@ -116,9 +113,8 @@ class MutterDesktop : public Desktop {
     if (selection == Selection::kPrimary && !pressKeys("ctrl+c")) {
       return std::nullopt;
     }
-    SpawnOptions options;
-    options.environment = {busVariable()};
-    const auto result = run({kHolder, "read"}, milliseconds(10000), options);
+    const auto result = run({kHolder, "read"}, milliseconds(10000),
+                            {.environment = {busVariable()}});
     if (!result || result->exit.code != 0) return std::nullopt;
     return result->output;
   }
@@ -126,11 +122,9 @@ class MutterDesktop : public Desktop {
   std::optional<pid_t> own(Selection selection,
                            const std::string& text) override {
     if (selection != Selection::kClipboard) return std::nullopt;
-    SpawnOptions options;
-    options.captureOutput = true;
-    options.showErrors = true;
-    options.environment = {busVariable()};
-    const auto pid = spawn({kHolder, "own", text}, options);
+    const auto pid = spawn({kHolder, "own", text}, {.environment = {busVariable()},
+                                                     .captureOutput = true,
+                                                     .showErrors = true});
     if (!pid || readLine(*pid, milliseconds(10000)) != "ready" ||
         !waitFor(selection, text)) {
       ADD_FAILURE() << "no session took the clipboard";

@@ -76,9 +76,9 @@ bool processEnded(pid_t pid);
 struct SpawnOptions {
   /// "NAME=value" entries added to (or replacing) the inherited
   /// environment; the session's own entries always win.
-  std::vector<std::string> environment;
+  std::vector<std::string> environment = {};
   /// Standard input's content; /dev/null when absent.
-  std::optional<std::string> input;
+  std::optional<std::string> input = {};
   /// Keeps standard input open for writeInput() instead (`input` is then
   /// ignored); the program sees its end when it is ended.
   bool keepInput = false;

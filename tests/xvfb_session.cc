@@ -20,24 +20,22 @@ const char* selectionName(Selection selection) {
 
 }  // namespace
 
-std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
+std::unique_ptr<XvfbSession> XvfbSession::start(bool windowManager,
                                                 std::string* error) {
   auto fail = [error](std::string reason) -> std::unique_ptr<XvfbSession> {
     if (error != nullptr) *error = std::move(reason);
     return nullptr;
   };
   std::unique_ptr<XvfbSession> session(new XvfbSession());
-  SpawnOptions serverOptions;
-  serverOptions.captureOutput = true;
   const auto server = session->spawn(
       {"Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten",
        "tcp", "-noreset"},
-      serverOptions);
+      {.captureOutput = true});
   if (!server) return fail("Xvfb did not start");
   session->serverPid_ = *server;
   // Xvfb writes its display number once it accepts connections.
-  const auto deadline = Clock::now() + options.startTimeout;
-  const auto number = session->readLine(*server, options.startTimeout);
+  const auto deadline = Clock::now() + milliseconds(10000);
+  const auto number = session->readLine(*server, milliseconds(10000));
   if (!number) {
     return fail(
         "Xvfb did not report a display within the deadline (is the "
@@ -55,7 +53,7 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
   session->environment_ = {"DISPLAY=" + session->display_, "WAYLAND_DISPLAY",
                            "GDK_BACKEND=x11", "QT_QPA_PLATFORM=xcb"};
 
-  if (options.windowManager) {
+  if (windowManager) {
     auto wm =
         session->spawn({"matchbox-window-manager", "-use_titlebar", "no"});
     if (!wm) return fail("matchbox-window-manager did not start");
@@ -118,9 +116,7 @@ bool XvfbSession::succeeds(const std::vector<std::string>& argv) {
 
 std::optional<pid_t> XvfbSession::startApplication(
     const Application& application) {
-  SpawnOptions options;
-  options.environment = application.environment;
-  const auto pid = spawn(application.argv, options);
+  const auto pid = spawn(application.argv, {.environment = application.environment});
   if (!pid) return std::nullopt;
   // Toolkits also give WM_CLASS to hidden leader windows, which cannot be
   // activated: the first mapped one. xdotool gives up on its search when a
@@ -161,12 +157,10 @@ std::optional<std::string> XvfbSession::read(Selection selection) {
 
 std::optional<pid_t> XvfbSession::own(Selection selection,
                                       const std::string& text) {
-  SpawnOptions options;
-  options.input = text;
   // In the foreground it stays our child, to be ended by its pid.
   const auto pid =
       spawn({"xclip", "-quiet", "-selection", selectionName(selection), "-i"},
-            options);
+            {.input = text});
   if (!pid || !waitFor(selection, text)) {
     ADD_FAILURE() << "xclip did not take the " << selectionName(selection);
     return std::nullopt;
@@ -191,14 +185,12 @@ std::optional<std::vector<int>> XvfbSession::keysDown() {
 }
 
 std::unique_ptr<Desktop> startX11Desktop(std::string* error) {
-  XvfbOptions options;
-  options.windowManager = true;
-  return XvfbSession::start(options, error);
+  return XvfbSession::start(true, error);
 }
 
 void XvfbTest::SetUp() {
   std::string error;
-  xvfb_ = XvfbSession::start(XvfbOptions(), &error);
+  xvfb_ = XvfbSession::start(false, &error);
   if (!xvfb_) GTEST_SKIP() << "No X server could be started: " << error;
 }
 

@@ -61,7 +61,12 @@ bool press(MutterRemoteDesktop& session, const std::string& combination) {
 
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
-  auto session = MutterRemoteDesktop::open(in(5s));
+  // The interface is on the bus a little after the compositor's socket.
+  std::unique_ptr<MutterRemoteDesktop> session;
+  for (const auto deadline = in(10s); !session && tovrin::monotonicNow() < deadline;
+       usleep(20000)) {
+    session = MutterRemoteDesktop::open(in(5s));
+  }
   if (!session) {
     std::cerr << "no remote-desktop session\n";
     return 1;
