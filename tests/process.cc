@@ -150,13 +150,8 @@ StartedProcess startProcess(
     const std::map<std::string, std::string>& environment) {
   StartedProcess process;
   process.start = Clock::now();
-  int out[2], err[2];
-  if (pipe2(out, O_CLOEXEC) != 0) return process;
-  if (pipe2(err, O_CLOEXEC) != 0) {
-    close(out[0]);
-    close(out[1]);
-    return process;
-  }
+  int out[2] = {-1, -1}, err[2] = {-1, -1};
+  const bool piped = pipe2(out, O_CLOEXEC) == 0 && pipe2(err, O_CLOEXEC) == 0;
   // posix_spawn, not launch(): an AddressSanitizer build of tovrin started
   // through fork aborts in LeakSanitizer at its exit.
   posix_spawn_file_actions_t actions;
@@ -171,17 +166,16 @@ StartedProcess startProcess(
   }
   std::vector<std::string> args = arguments;
   std::vector<std::string> env = environmentWith(changes);
-  const int spawned =
-      posix_spawn(&process.pid, program.c_str(), &actions, nullptr,
-                  pointers(args).data(), pointers(env).data());
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  close(err[1]);
-  if (spawned != 0) {
-    close(out[0]);
-    close(err[0]);
+  if (!piped || posix_spawn(&process.pid, program.c_str(), &actions, nullptr,
+                            pointers(args).data(), pointers(env).data()) != 0) {
     process.pid = -1;
-    return process;
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  closeFd(out[1]);
+  closeFd(err[1]);
+  if (process.pid < 0) {
+    closeFd(out[0]);
+    closeFd(err[0]);
   }
   process.standardOutput = out[0];
   process.standardError = err[0];
