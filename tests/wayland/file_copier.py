@@ -1,11 +1,13 @@
 #!/usr/bin/python3
-# file_copier.py URI_LIST_FILE [ACTIVE]: a window that copies files as a file
-# manager does when its copy shortcut reaches it: Ctrl+C puts the list in
-# URI_LIST_FILE on the clipboard as text/uri-list and as
+# file_copier.py FOLDER [ACTIVE]: a window that copies the files of FOLDER
+# as a file manager does when its copy shortcut reaches it: Ctrl+C puts
+# their list on the clipboard as text/uri-list and as
 # x-special/gnome-copied-files. Its app id is org.tovrin.FileCopier. Given
 # ACTIVE, it puts that text on the clipboard once its window is active:
 # GNOME tells no other client where the keys go.
+import os
 import sys
+import urllib.parse
 
 import gi
 
@@ -13,8 +15,9 @@ gi.require_version("Gdk", "4.0")
 gi.require_version("Gtk", "4.0")
 from gi.repository import Gdk, GLib, Gtk
 
-with open(sys.argv[1], "rb") as listed:
-    uris = listed.read()
+folder = os.fsencode(sys.argv[1])
+uris = b"".join(b"file://" + urllib.parse.quote(os.path.join(folder, name)).encode()
+                + b"\r\n" for name in sorted(os.listdir(folder)))
 
 
 def offer(mime, data):
