@@ -1,17 +1,10 @@
 #include "tests/desktop.h"
 
-#include <thread>
-
 namespace tovrin::testing {
 
 bool Desktop::waitFor(Selection selection, const std::string& text,
                       std::chrono::milliseconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  do {
-    if (read(selection) == text) return true;
-    std::this_thread::sleep_for(50ms);
-  } while (std::chrono::steady_clock::now() < deadline);
-  return false;
+  return waitUntil([&] { return read(selection) == text; }, timeout, 50ms);
 }
 
 std::optional<pid_t> Desktop::spawnOnWayland(const Application& application) {

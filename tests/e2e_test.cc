@@ -215,16 +215,13 @@ struct Run {
   /// after a kill the serving process puts things right within
   /// milliseconds.
   bool userStateIsBack() {
-    const auto deadline = Clock::now() + 5s;
-    do {
-      const auto keys = desktop->keysDown();
-      if (desktop->read(Selection::kClipboard) == kSaved &&
-          (!keys || keys->empty())) {
-        return true;
-      }
-      std::this_thread::sleep_for(50ms);
-    } while (Clock::now() < deadline);
-    return false;
+    return waitUntil(
+        [&] {
+          const auto keys = desktop->keysDown();
+          return desktop->read(Selection::kClipboard) == kSaved &&
+                 (!keys || keys->empty());
+        },
+        5s, 50ms);
   }
 
   /// What tovrin gets from a host: the desktop, and no session bus (it
@@ -277,24 +274,24 @@ struct Run {
                         options)) {
       return false;
     }
-    const auto deadline = Clock::now() + 10s;
-    do {
-      std::ifstream(addressFile) >> sessionBus;
-      const auto reply = desktop->run(
-          {"dbus-send", "--bus=" + sessionBus, "--print-reply=literal",
-           "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
-          5s);
-      const auto published =
-          x11() ? desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s) : reply;
-      if (reply && reply->exit.code == 0 && published &&
-          published->output.find("unix:") != std::string::npos) {
-        accessibilityBus = reply->output.substr(reply->output.find("unix:"));
-        accessibilityBus.erase(accessibilityBus.find_last_not_of(" \n") + 1);
-        return true;
-      }
-      std::this_thread::sleep_for(50ms);
-    } while (Clock::now() < deadline);
-    return false;
+    return waitUntil(
+        [&] {
+          std::ifstream(addressFile) >> sessionBus;
+          const auto reply = desktop->run(
+              {"dbus-send", "--bus=" + sessionBus, "--print-reply=literal",
+               "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
+              5s);
+          const auto published =
+              x11() ? desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s) : reply;
+          if (!reply || reply->exit.code != 0 || !published ||
+              published->output.find("unix:") == std::string::npos) {
+            return false;
+          }
+          accessibilityBus = reply->output.substr(reply->output.find("unix:"));
+          accessibilityBus.erase(accessibilityBus.find_last_not_of(" \n") + 1);
+          return true;
+        },
+        10s, 50ms);
   }
 
   DesktopKind kind;

@@ -259,6 +259,17 @@ bool killOnceReached(
   return reached;
 }
 
+bool waitUntil(const std::function<bool()>& condition,
+               std::chrono::milliseconds timeout,
+               std::chrono::milliseconds period) {
+  const auto deadline = Clock::now() + timeout;
+  while (!condition()) {
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(period);
+  }
+  return true;
+}
+
 bool processEnded(pid_t pid) {
   if (kill(pid, 0) != 0) return errno == ESRCH;
   std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");

@@ -68,6 +68,12 @@ bool killOnceReached(
     const std::function<void(const std::function<void()>& killHere)>& work,
     std::chrono::milliseconds timeout);
 
+/// Polls `condition` every `period` until it holds; false when it still
+/// does not at `timeout`.
+bool waitUntil(const std::function<bool()>& condition,
+               std::chrono::milliseconds timeout,
+               std::chrono::milliseconds period = std::chrono::milliseconds(5));
+
 /// Whether the process `pid` (not necessarily our child) has ended: it is
 /// gone or only a zombie is left of it.
 bool processEnded(pid_t pid);

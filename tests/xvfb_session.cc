@@ -6,12 +6,10 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <thread>
 
 namespace tovrin::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 const char* selectionName(Selection selection) {
@@ -34,7 +32,6 @@ std::unique_ptr<XvfbSession> XvfbSession::start(bool windowManager,
   if (!server) return fail("Xvfb did not start");
   session->serverPid_ = *server;
   // Xvfb writes its display number once it accepts connections.
-  const auto deadline = Clock::now() + milliseconds(10000);
   const auto number = session->readLine(*server, milliseconds(10000));
   if (!number) {
     return fail(
@@ -58,16 +55,16 @@ std::unique_ptr<XvfbSession> XvfbSession::start(bool windowManager,
         session->spawn({"matchbox-window-manager", "-use_titlebar", "no"});
     if (!wm) return fail("matchbox-window-manager did not start");
     // It names its window in _NET_SUPPORTING_WM_CHECK once it runs.
-    auto runs = [&] {
-      const auto check = session->run(
-          {"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}, milliseconds(5000));
-      return check && check->output.find("window id") != std::string::npos;
-    };
-    while (!runs()) {
-      if (Clock::now() >= deadline || !session->running(*wm)) {
-        return fail("matchbox-window-manager was not ready in time");
-      }
-      std::this_thread::sleep_for(milliseconds(10));
+    const bool ready = waitUntil(
+        [&] {
+          const auto check = session->run(
+              {"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}, milliseconds(5000));
+          return !session->running(*wm) ||
+                 (check && check->output.find("window id") != std::string::npos);
+        },
+        milliseconds(10000), milliseconds(10));
+    if (!ready || !session->running(*wm)) {
+      return fail("matchbox-window-manager was not ready in time");
     }
   }
   return session;
@@ -122,19 +119,18 @@ std::optional<pid_t> XvfbSession::startApplication(
   // activated: the first mapped one. xdotool gives up on its search when a
   // window vanishes under it, as starting applications' windows do: search
   // again until the deadline.
-  const auto deadline = Clock::now() + milliseconds(30000);
-  while (Clock::now() < deadline && running(*pid)) {
+  const auto activated = [&] {
     const auto found = run({"xdotool", "search", "--sync", "--onlyvisible",
                             "--class", application.id},
                            milliseconds(30000));
-    if (found && found->exit.code == 0) {
-      const std::string window =
-          found->output.substr(0, found->output.find('\n'));
-      if (succeeds({"xdotool", "windowactivate", "--sync", window})) {
-        return pid;
-      }
-    }
-    std::this_thread::sleep_for(milliseconds(100));
+    return found && found->exit.code == 0 &&
+           succeeds({"xdotool", "windowactivate", "--sync",
+                     found->output.substr(0, found->output.find('\n'))});
+  };
+  if (waitUntil([&] { return !running(*pid) || activated(); },
+                milliseconds(30000), milliseconds(100)) &&
+      running(*pid)) {
+    return pid;
   }
   ADD_FAILURE() << "No window of " << application.id << " got the focus";
   return std::nullopt;
