@@ -8,12 +8,11 @@ bool Desktop::waitFor(Selection selection, const std::string& text,
 }
 
 std::optional<pid_t> Desktop::spawnOnWayland(const Application& application) {
-  SpawnOptions options;
-  options.environment = {"GDK_BACKEND=wayland", "QT_QPA_PLATFORM=wayland"};
-  options.environment.insert(options.environment.end(),
-                             application.environment.begin(),
-                             application.environment.end());
-  return spawn(application.argv, options);
+  std::vector<std::string> environment = {"GDK_BACKEND=wayland",
+                                         "QT_QPA_PLATFORM=wayland"};
+  environment.insert(environment.end(), application.environment.begin(),
+                     application.environment.end());
+  return spawn(application.argv, {.environment = environment});
 }
 
 }  // namespace tovrin::testing

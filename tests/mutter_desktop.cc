@@ -10,14 +10,12 @@
 
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "tests/desktop.h"
 
 namespace tovrin::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 const std::string kHolder = TOVRIN_REMOTE_DESKTOP;
@@ -49,27 +47,27 @@ class MutterDesktop : public Desktop {
              busFile +
              " && exec mutter --headless --wayland --no-x11 --virtual-monitor "
              "1280x800 --wayland-display tovrin-mutter"});
-    const auto deadline = Clock::now() + milliseconds(20000);
-    while (pid && running(*pid) && Clock::now() < deadline) {
+    const auto up = [&] {
       std::ifstream(busFile) >> bus_;
-      if (!bus_.empty() &&
-          std::filesystem::exists(runtime_ + "/tovrin-mutter")) {
-        std::ifstream(pidFile) >> compositor_;
-        const auto holder = spawn({kHolder, "hold"}, {.environment = {busVariable()},
-                                                      .keepInput = true,
-                                                      .captureOutput = true,
-                                                      .showErrors = true});
-        if (holder && readLine(*holder, milliseconds(15000)) == "ready") {
-          keyboard_ = *holder;
-          return true;
-        }
-        *error = "no remote-desktop session could press a key";
-        return false;
-      }
-      std::this_thread::sleep_for(milliseconds(20));
+      return !running(*pid) ||
+             (!bus_.empty() && std::filesystem::exists(runtime_ + "/tovrin-mutter"));
+    };
+    if (!pid || !waitUntil(up, milliseconds(20000), milliseconds(20)) ||
+        !running(*pid)) {
+      *error = "mutter did not start within the deadline (is it installed?)";
+      return false;
     }
-    *error = "mutter did not start within the deadline (is it installed?)";
-    return false;
+    std::ifstream(pidFile) >> compositor_;
+    const auto holder = spawn({kHolder, "hold"}, {.environment = {busVariable()},
+                                                  .keepInput = true,
+                                                  .captureOutput = true,
+                                                  .showErrors = true});
+    if (!holder || readLine(*holder, milliseconds(15000)) != "ready") {
+      *error = "no remote-desktop session could press a key";
+      return false;
+    }
+    keyboard_ = *holder;
+    return true;
   }
 
   std::map<std::string, std::string> clientEnvironment() const override {
