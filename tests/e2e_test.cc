@@ -87,18 +87,13 @@ struct Run {
   /// off, and waits for its window to take the focus; its pid.
   std::optional<pid_t> start(const std::vector<std::string>& argv,
                              const std::string& id, bool accessible = false) {
-    Application application{
-        argv, id,
-        {"HOME=" + directory.string(),
-         "XDG_CONFIG_HOME=" + (directory / "config").string(),
-         "DBUS_SESSION_BUS_ADDRESS=" + sessionBus}};
-    for (const char* entry :
-         accessible ? std::vector{"ACCESSIBILITY_ENABLED=1",
-                                  "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"}
-                    : std::vector{"NO_AT_BRIDGE=1", "GTK_A11Y=none"}) {
-      application.environment.push_back(entry);
-    }
-    return desktop->startApplication(application);
+    return desktop->startApplication(
+        {argv, id,
+         {"HOME=" + directory.string(),
+          "XDG_CONFIG_HOME=" + (directory / "config").string(),
+          "DBUS_SESSION_BUS_ADDRESS=" + sessionBus,
+          accessible ? "ACCESSIBILITY_ENABLED=1" : "NO_AT_BRIDGE=1",
+          accessible ? "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1" : "GTK_A11Y=none"}});
   }
 
   /// Presses `keys` until PRIMARY holds `text`: a document or page that is
