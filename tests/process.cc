@@ -143,34 +143,15 @@ pid_t launch(const Launch& how) {
   _exit(127);
 }
 
-}  // namespace
-
-StartedProcess startProcess(
-    const std::string& program, const std::vector<std::string>& arguments,
-    const std::map<std::string, std::string>& environment) {
+/// Starts a child with `start`, given the write ends of the pipes for its
+/// standard output and error; it returns the child's pid, or -1.
+StartedProcess startWithPipes(const std::function<pid_t(int, int)>& start) {
   StartedProcess process;
   process.start = Clock::now();
   int out[2] = {-1, -1}, err[2] = {-1, -1};
-  const bool piped = pipe2(out, O_CLOEXEC) == 0 && pipe2(err, O_CLOEXEC) == 0;
-  // posix_spawn, not launch(): an AddressSanitizer build of tovrin started
-  // through fork aborts in LeakSanitizer at its exit.
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null",
-                                   O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-  std::vector<std::string> changes;
-  for (const auto& [name, value] : environment) {
-    changes.push_back(value.empty() ? name : name + "=" + value);
+  if (pipe2(out, O_CLOEXEC) == 0 && pipe2(err, O_CLOEXEC) == 0) {
+    process.pid = start(out[1], err[1]);
   }
-  std::vector<std::string> args = arguments;
-  std::vector<std::string> env = environmentWith(changes);
-  if (!piped || posix_spawn(&process.pid, program.c_str(), &actions, nullptr,
-                            pointers(args).data(), pointers(env).data()) != 0) {
-    process.pid = -1;
-  }
-  posix_spawn_file_actions_destroy(&actions);
   closeFd(out[1]);
   closeFd(err[1]);
   if (process.pid < 0) {
@@ -182,6 +163,48 @@ StartedProcess startProcess(
   return process;
 }
 
+}  // namespace
+
+StartedProcess startProcess(
+    const std::string& program, const std::vector<std::string>& arguments,
+    const std::map<std::string, std::string>& environment) {
+  std::vector<std::string> changes;
+  for (const auto& [name, value] : environment) {
+    changes.push_back(value.empty() ? name : name + "=" + value);
+  }
+  std::vector<std::string> args = arguments;
+  std::vector<std::string> env = environmentWith(changes);
+  return startWithPipes([&](int out, int err) {
+    // posix_spawn, not launch(): an AddressSanitizer build of tovrin
+    // started through fork aborts in LeakSanitizer at its exit.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null",
+                                     O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+    pid_t pid = -1;
+    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr,
+                                    pointers(args).data(), pointers(env).data());
+    posix_spawn_file_actions_destroy(&actions);
+    return spawned == 0 ? pid : -1;
+  });
+}
+
+StartedProcess startForked(const std::function<int()>& work) {
+  return startWithPipes([&](int out, int err) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      dup2(out, STDOUT_FILENO);
+      dup2(err, STDERR_FILENO);
+      close(out);
+      close(err);
+      _exit(work());
+    }
+    return pid;
+  });
+}
+
 ProcessResult finishProcess(StartedProcess& process,
                             std::chrono::milliseconds timeout) {
   ProcessResult result;
@@ -190,11 +213,13 @@ ProcessResult finishProcess(StartedProcess& process,
   drain({{&process.standardOutput, &result.standardOutput},
          {&process.standardError, &result.standardError}},
         deadline, [] { return false; });
+  // Streams still open at the deadline are a program past it. One may close
+  // its streams and still run: it gets the rest of its deadline to end.
+  const bool open = process.standardOutput >= 0 || process.standardError >= 0;
   closeFd(process.standardOutput);
   closeFd(process.standardError);
-  // A program may close its streams and still run: it gets the rest of its
-  // deadline to end, then it is killed.
-  std::optional<int> status = reap(process.pid, deadline);
+  std::optional<int> status =
+      open ? std::nullopt : reap(process.pid, deadline);
   result.timedOut = !status;
   if (status && WIFEXITED(*status)) result.exitStatus = WEXITSTATUS(*status);
   if (status && WIFSIGNALED(*status)) result.signal = WTERMSIG(*status);

@@ -46,6 +46,9 @@ struct StartedProcess {
 StartedProcess startProcess(
     const std::string& program, const std::vector<std::string>& arguments,
     const std::map<std::string, std::string>& environment = {});
+/// Runs `work` in a child process forked from this one, its output streams
+/// on pipes as startProcess gives them; it exits with what `work` returns.
+StartedProcess startForked(const std::function<int()>& work);
 /// Reads a started program's streams to their end and waits for it, killing
 /// it at `timeout` after its start.
 ProcessResult finishProcess(StartedProcess& process,
