@@ -12,8 +12,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-50}
 source scripts/packages.sh
-bench_as_test_user bench/mutter.sh "$runs" "tovrin time_commands" mutter \
-  python3-gi dbus gnome-text-editor
+bench_as_test_user bench/mutter.sh "$runs" \
+  "tovrin time_commands remote_desktop" mutter dbus gnome-text-editor
 case "${TOVRIN_BENCH_INNER:-}" in
 1)
   dir=$(mktemp -d /tmp/tovrin-mutter.XXXXXX)
@@ -30,7 +30,7 @@ esac
 # Inside the session bus: every process started here is ended by its pid.
 tovrin=$PWD/build/bench/tovrin
 time_commands=$PWD/build/bench/time_commands
-holder=$PWD/tests/gnome/remote_desktop_holder.py
+holder=$PWD/build/bench/remote_desktop
 pids=()
 cleanup() {
   local pid

@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/session_processes.h"
+#include "tests/process.h"
 
 namespace tovrin::testing {
 

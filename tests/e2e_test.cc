@@ -87,18 +87,13 @@ struct Run {
   /// off, and waits for its window to take the focus; its pid.
   std::optional<pid_t> start(const std::vector<std::string>& argv,
                              const std::string& id, bool accessible = false) {
-    Application application{
-        argv, id,
-        {"HOME=" + directory.string(),
-         "XDG_CONFIG_HOME=" + (directory / "config").string(),
-         "DBUS_SESSION_BUS_ADDRESS=" + sessionBus}};
-    for (const char* entry :
-         accessible ? std::vector{"ACCESSIBILITY_ENABLED=1",
-                                  "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"}
-                    : std::vector{"NO_AT_BRIDGE=1", "GTK_A11Y=none"}) {
-      application.environment.push_back(entry);
-    }
-    return desktop->startApplication(application);
+    return desktop->startApplication(
+        {argv, id,
+         {"HOME=" + directory.string(),
+          "XDG_CONFIG_HOME=" + (directory / "config").string(),
+          "DBUS_SESSION_BUS_ADDRESS=" + sessionBus,
+          accessible ? "ACCESSIBILITY_ENABLED=1" : "NO_AT_BRIDGE=1",
+          accessible ? "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1" : "GTK_A11Y=none"}});
   }
 
   /// Presses `keys` until PRIMARY holds `text`: a document or page that is
@@ -179,18 +174,9 @@ struct Run {
     const auto folder = directory / "files";
     std::filesystem::create_directories(folder);
     json paths = json::array();
-    std::string uris;
     for (const std::string& name : names) {
       std::ofstream(folder / name) << "x";
       paths.push_back(folder / name);
-      uris += "file://";
-      for (const unsigned char c : (folder / name).string()) {
-        char escaped[4];
-        std::snprintf(escaped, sizeof escaped, "%%%02X", c);
-        uris += std::isalnum(c) || c == '/' || c == '.' ? std::string(1, c)
-                                                        : escaped;
-      }
-      uris += "\r\n";
     }
     if (x11()) {
       EXPECT_TRUE(start({"pcmanfm", "--new-win", folder}, "pcmanfm"));
@@ -198,11 +184,16 @@ struct Run {
       // Selecting files takes no selection: nothing tells when it is done.
       std::this_thread::sleep_for(300ms);
     } else {
-      // A window of ours copies the list on Ctrl+C, as a file manager does.
-      EXPECT_TRUE(start({std::string(TOVRIN_SOURCE_DIR) +
-                             "/tests/wayland/file_copier.py",
-                         writeFile("uris", uris)},
-                        "org.tovrin.FileCopier"));
+      // A window of ours copies the folder's files on Ctrl+C, as a file
+      // manager does.
+      std::vector<std::string> argv = {
+          std::string(TOVRIN_SOURCE_DIR) + "/tests/wayland/file_copier.py", folder};
+      // GNOME tells no client where the keys go: the window says it has them.
+      if (kind == DesktopKind::kMutter) argv.push_back("files window active");
+      EXPECT_TRUE(start(argv, "org.tovrin.FileCopier"));
+      if (argv.size() > 2) {
+        EXPECT_TRUE(desktop->waitFor(Selection::kClipboard, argv[2]));
+      }
     }
     return {{"success", true}, {"method", "cgevent"}, {"file_paths", paths}};
   }
@@ -239,16 +230,13 @@ struct Run {
   /// after a kill the serving process puts things right within
   /// milliseconds.
   bool userStateIsBack() {
-    const auto deadline = Clock::now() + 5s;
-    do {
-      const auto keys = desktop->keysDown();
-      if (desktop->read(Selection::kClipboard) == kSaved &&
-          (!keys || keys->empty())) {
-        return true;
-      }
-      std::this_thread::sleep_for(50ms);
-    } while (Clock::now() < deadline);
-    return false;
+    return waitUntil(
+        [&] {
+          const auto keys = desktop->keysDown();
+          return desktop->read(Selection::kClipboard) == kSaved &&
+                 (!keys || keys->empty());
+        },
+        5s, 50ms);
   }
 
   /// What tovrin gets from a host: the desktop, and no session bus (it
@@ -275,9 +263,9 @@ struct Run {
                             environment(changes), 20s);
     EXPECT_FALSE(result.run.timedOut) << result.run.standardError;
     EXPECT_EQ(result.run.exitStatus, 0);
-    const auto lines = splitLines(result.run.standardOutput);
-    EXPECT_EQ(lines.size(), 1u) << result.run.standardOutput;
-    if (!lines.empty()) result.answer = json::parse(lines[0]);
+    const std::string& output = result.run.standardOutput;
+    EXPECT_TRUE(!output.empty() && noneOrOneAnswer(output)) << output;
+    result.answer = json::parse(output.substr(0, output.find('\n')), nullptr, false);
     return result;
   }
   StartedProcess startTovrin() {
@@ -301,33 +289,24 @@ struct Run {
                         options)) {
       return false;
     }
-    const auto deadline = Clock::now() + 10s;
-    while (!x11() && Clock::now() < deadline) {
-      std::ifstream(addressFile) >> sessionBus;
-      const auto reply = desktop->run(
-          {"dbus-send", "--bus=" + sessionBus, "--print-reply=literal",
-           "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
-          5s);
-      if (reply && reply->exit.code == 0) {
-        accessibilityBus = reply->output.substr(reply->output.find("unix:"));
-        accessibilityBus.erase(accessibilityBus.find_last_not_of(" \n") + 1);
-        return true;
-      }
-      std::this_thread::sleep_for(50ms);
-    }
-    while (Clock::now() < deadline) {
-      const auto property = desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s);
-      const size_t start =
-          property ? property->output.find("\"unix:") : std::string::npos;
-      if (start != std::string::npos) {
-        accessibilityBus = property->output.substr(
-            start + 1, property->output.rfind('"') - start - 1);
-        std::ifstream(addressFile) >> sessionBus;
-        return !sessionBus.empty();
-      }
-      std::this_thread::sleep_for(50ms);
-    }
-    return false;
+    return waitUntil(
+        [&] {
+          std::ifstream(addressFile) >> sessionBus;
+          const auto reply = desktop->run(
+              {"dbus-send", "--bus=" + sessionBus, "--print-reply=literal",
+               "--dest=org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress"},
+              5s);
+          const auto published =
+              x11() ? desktop->run({"xprop", "-root", "AT_SPI_BUS"}, 5s) : reply;
+          if (!reply || reply->exit.code != 0 || !published ||
+              published->output.find("unix:") == std::string::npos) {
+            return false;
+          }
+          accessibilityBus = reply->output.substr(reply->output.find("unix:"));
+          accessibilityBus.erase(accessibilityBus.find_last_not_of(" \n") + 1);
+          return true;
+        },
+        10s, 50ms);
   }
 
   DesktopKind kind;
@@ -726,16 +705,10 @@ void aWindowNameCannotForgeALogLine(Run& run) {
 void aFrozenDisplayServerDoesNotHoldTheHostUp(Run& run) {
   ASSERT_EQ(kill(run.desktop->serverPid(), SIGSTOP), 0);
   for (const char* command : {"check-accessibility", "get-selection"}) {
-    const ProcessResult result =
-        runProcess(TOVRIN_BINARY, {"tovrin", command}, run.environment(), 20s);
-    EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-    EXPECT_TRUE(!result.standardOutput.empty() &&
-                noneOrOneAnswer(result.standardOutput));
-    EXPECT_LT(result.wallTime, 5s);
-    EXPECT_EQ(!run.x11(),
-              result.standardError.find(
-                  "] [tovrin] Wayland: no compositor answers at "
-                  "WAYLAND_DISPLAY; trying X11\n") != std::string::npos);
+    const Answer result = run.tovrin(command);
+    EXPECT_LT(result.run.wallTime, 5s);
+    EXPECT_EQ(!run.x11(), result.logged("[tovrin] Wayland: no compositor "
+                                        "answers at WAYLAND_DISPLAY; trying X11"));
   }
   kill(run.desktop->serverPid(), SIGCONT);
 }

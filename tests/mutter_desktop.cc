@@ -1,7 +1,7 @@
 // GNOME's compositor on its headless backend, in a session bus of its own
 // that tovrin is handed. Mutter offers no data-control and no virtual
 // keyboard: the keys and the clipboard go through remote-desktop sessions
-// of tests/gnome/remote_desktop_holder.py. A headless Mutter has no
+// of tests/gnome/remote_desktop_main.cc. A headless Mutter has no
 // keyboard until a session presses a key; the holder presses one and stays.
 
 #include <gtest/gtest.h>
@@ -10,19 +10,15 @@
 
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
-#include <thread>
 
 #include "tests/desktop.h"
 
 namespace tovrin::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-const std::string kHolder =
-    std::string(TOVRIN_SOURCE_DIR) + "/tests/gnome/remote_desktop_holder.py";
+const std::string kHolder = TOVRIN_REMOTE_DESKTOP;
 
 class MutterDesktop : public Desktop {
  public:
@@ -51,30 +47,27 @@ class MutterDesktop : public Desktop {
              busFile +
              " && exec mutter --headless --wayland --no-x11 --virtual-monitor "
              "1280x800 --wayland-display tovrin-mutter"});
-    const auto deadline = Clock::now() + milliseconds(20000);
-    while (pid && running(*pid) && Clock::now() < deadline) {
+    const auto up = [&] {
       std::ifstream(busFile) >> bus_;
-      if (!bus_.empty() &&
-          std::filesystem::exists(runtime_ + "/tovrin-mutter")) {
-        std::ifstream(pidFile) >> compositor_;
-        SpawnOptions options;
-        options.keepInput = true;
-        options.captureOutput = true;
-        options.showErrors = true;
-        options.environment = {busVariable()};
-        const auto holder = spawn({kHolder, "hold"}, options);
-        // The interface is on the bus a little after the socket.
-        if (holder && readLine(*holder, milliseconds(15000)) == "ready") {
-          keyboard_ = *holder;
-          return true;
-        }
-        *error = "no remote-desktop session could press a key";
-        return false;
-      }
-      std::this_thread::sleep_for(milliseconds(20));
+      return !running(*pid) ||
+             (!bus_.empty() && std::filesystem::exists(runtime_ + "/tovrin-mutter"));
+    };
+    if (!pid || !waitUntil(up, milliseconds(20000), milliseconds(20)) ||
+        !running(*pid)) {
+      *error = "mutter did not start within the deadline (is it installed?)";
+      return false;
     }
-    *error = "mutter did not start within the deadline (is it installed?)";
-    return false;
+    std::ifstream(pidFile) >> compositor_;
+    const auto holder = spawn({kHolder, "hold"}, {.environment = {busVariable()},
+                                                  .keepInput = true,
+                                                  .captureOutput = true,
+                                                  .showErrors = true});
+    if (!holder || readLine(*holder, milliseconds(15000)) != "ready") {
+      *error = "no remote-desktop session could press a key";
+      return false;
+    }
+    keyboard_ = *holder;
+    return true;
   }
 
   std::map<std::string, std::string> clientEnvironment() const override {
@@ -118,23 +111,18 @@ class MutterDesktop : public Desktop {
     if (selection == Selection::kPrimary && !pressKeys("ctrl+c")) {
       return std::nullopt;
     }
-    SpawnOptions options;
-    options.environment = {busVariable()};
-    const auto result = run({kHolder, "read"}, milliseconds(10000), options);
+    const auto result = run({kHolder, "read"}, milliseconds(10000),
+                            {.environment = {busVariable()}});
     if (!result || result->exit.code != 0) return std::nullopt;
-    const auto text = nlohmann::json::parse(result->output, nullptr, false);
-    if (!text.is_string()) return std::nullopt;
-    return text.get<std::string>();
+    return result->output;
   }
 
   std::optional<pid_t> own(Selection selection,
                            const std::string& text) override {
     if (selection != Selection::kClipboard) return std::nullopt;
-    SpawnOptions options;
-    options.captureOutput = true;
-    options.showErrors = true;
-    options.environment = {busVariable()};
-    const auto pid = spawn({kHolder, "own", text}, options);
+    const auto pid = spawn({kHolder, "own", text}, {.environment = {busVariable()},
+                                                     .captureOutput = true,
+                                                     .showErrors = true});
     if (!pid || readLine(*pid, milliseconds(10000)) != "ready" ||
         !waitFor(selection, text)) {
       ADD_FAILURE() << "no session took the clipboard";

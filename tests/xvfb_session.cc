@@ -1,26 +1,16 @@
 #include "tests/xvfb_session.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
 
-#include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <thread>
 
 namespace tovrin::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-int msUntil(Clock::time_point deadline) {
-  auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-  return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
-}
 
 const char* selectionName(Selection selection) {
   return selection == Selection::kPrimary ? "primary" : "clipboard";
@@ -28,47 +18,29 @@ const char* selectionName(Selection selection) {
 
 }  // namespace
 
-std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
+std::unique_ptr<XvfbSession> XvfbSession::start(bool windowManager,
                                                 std::string* error) {
   auto fail = [error](std::string reason) -> std::unique_ptr<XvfbSession> {
     if (error != nullptr) *error = std::move(reason);
     return nullptr;
   };
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) return fail("no pipe for -displayfd");
   std::unique_ptr<XvfbSession> session(new XvfbSession());
-  SpawnOptions serverOptions;
-  serverOptions.keepFd = fds[1];
   const auto server = session->spawn(
-      {"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24", "-nolisten",
+      {"Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten",
        "tcp", "-noreset"},
-      serverOptions);
-  close(fds[1]);
-  if (!server) {
-    close(fds[0]);
-    return fail("Xvfb did not start");
-  }
+      {.captureOutput = true});
+  if (!server) return fail("Xvfb did not start");
   session->serverPid_ = *server;
   // Xvfb writes its display number once it accepts connections.
-  auto deadline = Clock::now() + options.startTimeout;
-  std::string number;
-  while (number.find('\n') == std::string::npos) {
-    pollfd fd = {fds[0], POLLIN, 0};
-    if (poll(&fd, 1, msUntil(deadline)) <= 0) break;
-    char buffer[32];
-    ssize_t count = ::read(fds[0], buffer, sizeof buffer);
-    if (count <= 0) break;
-    number.append(buffer, static_cast<size_t>(count));
-  }
-  close(fds[0]);
-  if (number.find('\n') == std::string::npos) {
+  const auto number = session->readLine(*server, milliseconds(10000));
+  if (!number) {
     return fail(
         "Xvfb did not report a display within the deadline (is the "
         "xvfb package installed?)");
   }
   // ':' is a char because for a one-letter string in front of a temporary,
   // g++ 12 -O3 warns of an overlapping copy that cannot happen (-Wrestrict).
-  session->display_ = ':' + number.substr(0, number.find('\n'));
+  session->display_ = ':' + *number;
 
   if (const char* previous = getenv("DISPLAY")) {
     session->previousDisplay_ = previous;
@@ -78,21 +50,21 @@ std::unique_ptr<XvfbSession> XvfbSession::start(const XvfbOptions& options,
   session->environment_ = {"DISPLAY=" + session->display_, "WAYLAND_DISPLAY",
                            "GDK_BACKEND=x11", "QT_QPA_PLATFORM=xcb"};
 
-  if (options.windowManager) {
+  if (windowManager) {
     auto wm =
         session->spawn({"matchbox-window-manager", "-use_titlebar", "no"});
     if (!wm) return fail("matchbox-window-manager did not start");
     // It names its window in _NET_SUPPORTING_WM_CHECK once it runs.
-    auto runs = [&] {
-      const auto check = session->run(
-          {"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}, milliseconds(5000));
-      return check && check->output.find("window id") != std::string::npos;
-    };
-    while (!runs()) {
-      if (Clock::now() >= deadline || !session->running(*wm)) {
-        return fail("matchbox-window-manager was not ready in time");
-      }
-      std::this_thread::sleep_for(milliseconds(10));
+    const bool ready = waitUntil(
+        [&] {
+          const auto check = session->run(
+              {"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}, milliseconds(5000));
+          return !session->running(*wm) ||
+                 (check && check->output.find("window id") != std::string::npos);
+        },
+        milliseconds(10000), milliseconds(10));
+    if (!ready || !session->running(*wm)) {
+      return fail("matchbox-window-manager was not ready in time");
     }
   }
   return session;
@@ -141,27 +113,24 @@ bool XvfbSession::succeeds(const std::vector<std::string>& argv) {
 
 std::optional<pid_t> XvfbSession::startApplication(
     const Application& application) {
-  SpawnOptions options;
-  options.environment = application.environment;
-  const auto pid = spawn(application.argv, options);
+  const auto pid = spawn(application.argv, {.environment = application.environment});
   if (!pid) return std::nullopt;
   // Toolkits also give WM_CLASS to hidden leader windows, which cannot be
   // activated: the first mapped one. xdotool gives up on its search when a
   // window vanishes under it, as starting applications' windows do: search
   // again until the deadline.
-  const auto deadline = Clock::now() + milliseconds(30000);
-  while (Clock::now() < deadline && running(*pid)) {
+  const auto activated = [&] {
     const auto found = run({"xdotool", "search", "--sync", "--onlyvisible",
                             "--class", application.id},
                            milliseconds(30000));
-    if (found && found->exit.code == 0) {
-      const std::string window =
-          found->output.substr(0, found->output.find('\n'));
-      if (succeeds({"xdotool", "windowactivate", "--sync", window})) {
-        return pid;
-      }
-    }
-    std::this_thread::sleep_for(milliseconds(100));
+    return found && found->exit.code == 0 &&
+           succeeds({"xdotool", "windowactivate", "--sync",
+                     found->output.substr(0, found->output.find('\n'))});
+  };
+  if (waitUntil([&] { return !running(*pid) || activated(); },
+                milliseconds(30000), milliseconds(100)) &&
+      running(*pid)) {
+    return pid;
   }
   ADD_FAILURE() << "No window of " << application.id << " got the focus";
   return std::nullopt;
@@ -184,12 +153,10 @@ std::optional<std::string> XvfbSession::read(Selection selection) {
 
 std::optional<pid_t> XvfbSession::own(Selection selection,
                                       const std::string& text) {
-  SpawnOptions options;
-  options.input = text;
   // In the foreground it stays our child, to be ended by its pid.
   const auto pid =
       spawn({"xclip", "-quiet", "-selection", selectionName(selection), "-i"},
-            options);
+            {.input = text});
   if (!pid || !waitFor(selection, text)) {
     ADD_FAILURE() << "xclip did not take the " << selectionName(selection);
     return std::nullopt;
@@ -214,14 +181,12 @@ std::optional<std::vector<int>> XvfbSession::keysDown() {
 }
 
 std::unique_ptr<Desktop> startX11Desktop(std::string* error) {
-  XvfbOptions options;
-  options.windowManager = true;
-  return XvfbSession::start(options, error);
+  return XvfbSession::start(true, error);
 }
 
 void XvfbTest::SetUp() {
   std::string error;
-  xvfb_ = XvfbSession::start(XvfbOptions(), &error);
+  xvfb_ = XvfbSession::start(false, &error);
   if (!xvfb_) GTEST_SKIP() << "No X server could be started: " << error;
 }
 

@@ -1,9 +1,8 @@
 #ifndef TOVRIN_TESTS_XVFB_SESSION_H_
 #define TOVRIN_TESTS_XVFB_SESSION_H_
 
-// The X11 desktop of the tests: Xvfb on a free display, with
-// matchbox-window-manager when asked (it sets _NET_ACTIVE_WINDOW), the
-// keyboard through XTest (xdotool) and the selections through xclip.
+// The X11 desktop of the tests: Xvfb on a free display, the keyboard
+// through XTest (xdotool) and the selections through xclip.
 
 #include <gtest/gtest.h>
 
@@ -16,20 +15,16 @@
 
 namespace tovrin::testing {
 
-/// How an XvfbSession starts.
-struct XvfbOptions {
-  bool windowManager = false;
-  std::chrono::milliseconds startTimeout{10000};
-};
-
 /// While it lives, DISPLAY names its display in this process's environment.
 /// Create and destroy it on the same thread (the started processes end when
 /// that thread does).
 class XvfbSession : public Desktop {
  public:
-  /// Starts Xvfb on a display it picks (-displayfd) and waits until it is
-  /// ready; null, with the reason in `error`, when it cannot.
-  static std::unique_ptr<XvfbSession> start(const XvfbOptions& options,
+  /// Starts Xvfb on a display it picks (-displayfd), with
+  /// matchbox-window-manager when asked (it sets _NET_ACTIVE_WINDOW), and
+  /// waits until it is ready; null, with the reason in `error`, when it
+  /// cannot.
+  static std::unique_ptr<XvfbSession> start(bool windowManager,
                                             std::string* error);
   /// Ends every process started here, then the server, and restores
   /// DISPLAY.

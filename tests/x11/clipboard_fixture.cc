@@ -15,15 +15,6 @@ namespace tovrin::testing {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-bool waitUntil(const std::function<bool()>& condition, milliseconds timeout) {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(milliseconds(5));
-  }
-  return true;
-}
-
 milliseconds readAgainst(std::unique_ptr<TestOwner>& owner, const std::function<void()>& read,
                          milliseconds limit) {
   milliseconds took{0};

@@ -30,10 +30,6 @@ namespace tovrin::testing {
 
 using Strings = std::vector<std::string>;
 
-/// Polls `condition` until it holds; false when it still does not at
-/// `timeout`.
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
-
 /// How long `work` took.
 template <typename F>
 std::chrono::milliseconds timed(F&& work) {

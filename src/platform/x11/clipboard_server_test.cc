@@ -9,7 +9,6 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -159,33 +158,12 @@ TEST_F(ClipboardServerX11Test, ServerProcessStartedAheadEndsUnusedOrIsReplaced) 
     if (!pasteboard->setString("replaced", PasteboardType::kString)) return 5;
     return write(STDOUT_FILENO, "written\n", 8) == 8 ? 0 : 6;
   };
-  int output[2];
-  ASSERT_EQ(pipe(output), 0);
-  const pid_t tool = fork();
-  ASSERT_GE(tool, 0);
-  if (tool == 0) {
-    dup2(output[1], STDOUT_FILENO);
-    close(output[0]);
-    close(output[1]);
-    _exit(run());
-  }
-  close(output[1]);
-  std::string printed;
-  char buffer[64];
-  ssize_t count = 1;
-  for (pollfd fd = {output[0], POLLIN, 0}; count > 0 && poll(&fd, 1, 12000) == 1;) {
-    count = read(output[0], buffer, sizeof buffer);
-    printed.append(buffer, std::max<ssize_t>(count, 0));
-  }
-  const bool ended = count <= 0;
-  close(output[0]);
-  EXPECT_TRUE(ended) << "the output pipe stayed open";
-  if (!ended) kill(tool, SIGKILL);
-  int status = 0;
-  waitpid(tool, &status, 0);
-  EXPECT_EQ(status, 0) << "exit code " << WEXITSTATUS(status)
-                       << "; 3: no server, 4: one lingered, 5: not written";
-  EXPECT_EQ(printed, "written\n");
+  testing::StartedProcess tool = testing::startForked(run);
+  const auto result = testing::finishProcess(tool, milliseconds(12000));
+  EXPECT_FALSE(result.timedOut) << "the output pipe stayed open";
+  EXPECT_EQ(result.exitStatus, 0)
+      << "3: no server, 4: one lingered, 5: not written; " << result.standardError;
+  EXPECT_EQ(result.standardOutput, "written\n");
   EXPECT_EQ(xclipReads("UTF8_STRING"), "replaced");
 }
 
