@@ -9,17 +9,15 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <sstream>
-#include <thread>
 #include <xkbcommon/xkbcommon.h>
 
 #include "platform/wayland/connection.h"
 #include "platform/wayland/keyboard.h"
 #include "platform/wayland/kwin_input.h"
+#include "platform/wayland/toplevels.h"
 #include "tests/desktop.h"
 
 namespace tovrin::testing {
@@ -136,13 +134,21 @@ class TestKeyboard {
     return keyboard_->sync() ? "" : "the compositor did not answer";
   }
 
-  /// KWin's active window's app id; nothing when no window is active. A
-  /// helper lists the windows once: each question gets one of its own.
+  /// The app id of the compositor's active window; nothing when no window
+  /// is active. The window lists are asked on a connection of their own
+  /// (KWin's through a helper of its own) each time: a list, once bound,
+  /// tells only of what changes.
   std::optional<std::string> activeWindow() {
+    const auto deadline = Clock::now() + milliseconds(5000);
+    if (!kwin_) {
+      const auto connection = WaylandConnection::open(connection_->socketPath());
+      if (!connection) return std::nullopt;
+      return activatedToplevel(*connection, deadline).appId;
+    }
     const auto helper =
         KWinInput::start(kwinInputPath(), connection_->socketPath());
     if (!helper) return std::nullopt;
-    return helper->activeWindow(Clock::now() + milliseconds(5000)).appId;
+    return helper->activeWindow(deadline).appId;
   }
 
  private:
@@ -204,10 +210,14 @@ class WaylandDesktop : public Desktop {
   std::optional<pid_t> startApplication(
       const Application& application) override {
     const auto pid = spawnOnWayland(application);
-    const auto deadline = Clock::now() + milliseconds(30000);
-    while (pid && running(*pid) && Clock::now() < deadline) {
-      if (focused(application.id)) return pid;
-      std::this_thread::sleep_for(milliseconds(50));
+    if (pid && waitUntil(
+                   [&] {
+                     return !running(*pid) ||
+                            keyboard_.activeWindow() == application.id;
+                   },
+                   milliseconds(30000), milliseconds(50)) &&
+        running(*pid)) {
+      return pid;
     }
     ADD_FAILURE() << "No window of " << application.id << " got the focus";
     return std::nullopt;
@@ -265,22 +275,20 @@ class WaylandDesktop : public Desktop {
     SpawnOptions options;
     options.environment = std::move(environment);
     const auto pid = spawn(argv, options);
-    const auto deadline = Clock::now() + milliseconds(20000);
-    while (pid && running(*pid) && Clock::now() < deadline) {
-      if (ready()) {
-        compositor_ = *pid;
-        environment_ = {"XDG_RUNTIME_DIR=" + runtime_,
-                        "WAYLAND_DISPLAY=" + socket_, "DISPLAY",
-                        "WAYLAND_SOCKET"};
-        for (const auto& [name, value] : extraEnvironment_) {
-          environment_.push_back(name + "=" + value);
-        }
-        return true;
-      }
-      std::this_thread::sleep_for(milliseconds(10));
+    if (!pid ||
+        !waitUntil([&] { return !running(*pid) || ready(); },
+                   milliseconds(20000), milliseconds(10)) ||
+        !running(*pid)) {
+      *error = argv[0] + " did not start within the deadline (is it installed?)";
+      return false;
     }
-    *error = argv[0] + " did not start within the deadline (is it installed?)";
-    return false;
+    compositor_ = *pid;
+    environment_ = {"XDG_RUNTIME_DIR=" + runtime_, "WAYLAND_DISPLAY=" + socket_,
+                    "DISPLAY", "WAYLAND_SOCKET"};
+    for (const auto& [name, value] : extraEnvironment_) {
+      environment_.push_back(name + "=" + value);
+    }
+    return true;
   }
 
   /// Holds a keyboard of `layout` on the seat; false when the compositor
@@ -288,9 +296,6 @@ class WaylandDesktop : public Desktop {
   bool holdKeyboard(const std::string& layout) {
     return keyboard_.start(runtime_ + "/" + socket_, layout);
   }
-
-  /// Whether a window of `id` has the keyboard focus.
-  virtual bool focused(const std::string& id) = 0;
 
   TestKeyboard keyboard_;
   std::string runtime_;
@@ -305,16 +310,6 @@ class WaylandDesktop : public Desktop {
 
   pid_t compositor_ = -1;
 };
-
-bool focusedAppIs(const nlohmann::json& node, const std::string& appId) {
-  if (node.value("focused", false)) return node.value("app_id", "") == appId;
-  for (const char* children : {"nodes", "floating_nodes"}) {
-    for (const auto& child : node.value(children, nlohmann::json::array())) {
-      if (focusedAppIs(child, appId)) return true;
-    }
-  }
-  return false;
-}
 
 /// sway on its headless backend, with a virtual keyboard held on its seat:
 /// without input devices the seat has no keyboard, applications never bind
@@ -370,13 +365,6 @@ class SwayDesktop : public WaylandDesktop {
   }
 
  private:
-  bool focused(const std::string& id) override {
-    const auto tree = run({"swaymsg", "-t", "get_tree"}, milliseconds(5000));
-    if (!tree || tree->exit.code != 0) return false;
-    const auto parsed = nlohmann::json::parse(tree->output, nullptr, false);
-    return !parsed.is_discarded() && focusedAppIs(parsed, id);
-  }
-
   std::string config_;
 };
 
@@ -393,9 +381,6 @@ class WestonDesktop : public WaylandDesktop {
         {}, [&] { return std::filesystem::exists(runtime_ + "/" + socket_); },
         error);
   }
-
- private:
-  bool focused(const std::string&) override { return false; }
 };
 
 /// KWin 5.27 on its virtual backend, as a user runs it: KWin offers its
@@ -475,10 +460,6 @@ class KWinDesktop : public WaylandDesktop {
   }
 
  private:
-  bool focused(const std::string& id) override {
-    return keyboard_.activeWindow() == id;
-  }
-
   std::string folder_;
 };
 
