@@ -21,22 +21,18 @@ size_t byteOf(const std::string& text, int32_t offset) {
   return text.size();
 }
 
-/// The UTF-16 units of the first `characters` characters of `text`.
-int32_t unitsOf(const std::string& text, int32_t characters) {
-  const size_t end = byteOf(text, characters);
-  int32_t units = 0;
-  for (size_t i = 0; i < end; ++i) {
-    // Four UTF-8 bytes make a surrogate pair.
+/// The character of `text` that starts `units` UTF-16 units in, as Chromium
+/// counts; -1 inside a surrogate pair or past the end.
+int32_t characterAtUnit(const std::string& text, int32_t units) {
+  int32_t character = 0;
+  for (size_t i = 0; i < text.size() && units > 0; ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);
-    if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;
+    if ((byte & 0xC0) == 0x80) continue;
+    // Four UTF-8 bytes make a surrogate pair.
+    units -= byte >= 0xF0 ? 2 : 1;
+    ++character;
   }
-  return units;
-}
-
-int32_t charactersOf(const std::string& text) {
-  return static_cast<int32_t>(
-      std::count_if(text.begin(), text.end(),
-                    [](const char c) { return (c & 0xC0) != 0x80; }));
+  return units == 0 ? character : -1;
 }
 
 /// One object of an application. `flags`: F focused, A a window that has
@@ -127,13 +123,9 @@ class FakeAtspiBus : public AtspiBus {
       // Chromium takes each end for a count of UTF-16 units and reports
       // the characters within them; (0, 0) where that splits a pair.
       for (TextRange& range : ranges) {
-        TextRange reported = {-1, -1};
-        for (int32_t c = 0; c <= charactersOf(node.text); ++c) {
-          if (unitsOf(node.text, c) == range.first) reported.first = c;
-          if (unitsOf(node.text, c) == range.second) reported.second = c;
-        }
-        range = reported.first < 0 || reported.second < 0 ? TextRange{0, 0}
-                                                           : reported;
+        range = {characterAtUnit(node.text, range.first),
+                 characterAtUnit(node.text, range.second)};
+        if (range.first < 0 || range.second < 0) range = {0, 0};
       }
     }
     return reply(node, deadline, !node.is('N'), ranges);
@@ -165,9 +157,7 @@ class FakeAtspiBus : public AtspiBus {
     const Node& node = find(object);
     // Chromium's GetLinkIndex counts UTF-16 units.
     if (app(object.bus).toolkit == "Chromium") {
-      int32_t c = 0;
-      while (c < charactersOf(node.text) && unitsOf(node.text, c) < offset) ++c;
-      offset = unitsOf(node.text, c) == offset ? c : -1;
+      offset = characterAtUnit(node.text, offset);
     }
     const auto link = node.links.find(offset);
     const bool linked = link != node.links.end();
