@@ -430,7 +430,8 @@ void expectCopy(Run& run, const std::string& appName, const std::string& text,
   if (html.empty()) {
     EXPECT_FALSE(result.answer.contains("html"));
   } else {
-    EXPECT_NE(result.answer.value("html", "").find(html), std::string::npos);
+    EXPECT_NE(result.answer.value("html", "").find(html), std::string::npos)
+        << result.run.standardError;
   }
   result.answer.erase("html");
   EXPECT_EQ(result.answer, copied(text)) << result.run.standardError;

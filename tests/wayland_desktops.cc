@@ -62,7 +62,7 @@ class TestKeyboard {
     if (connection_->virtualKeyboard() == nullptr) {
       kwin_ = KWinInput::start(kwinInputPath(), connection_->socketPath());
       keyboard_ = KWinInput::keyboard(kwin_);
-      return keyboard_ != nullptr && setLayout(layout).empty();
+      if (!keyboard_) return false;
     }
     return setLayout(layout).empty();
   }

@@ -144,22 +144,18 @@ class MutterPlatform : public LinuxPlatform {
     return pasteboard_;
   }
 
-  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
-    std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
-    if (!lock) return nullptr;
-    generalPasteboard();
-    // The keystroke's session is made while the run saves the clipboard
-    // and pauses; it starts only for the keys.
-    if (!keys_ && !preparedKeys_.valid()) {
-      const auto deadline = tovrin::monotonicNow() + kRemoteDesktopTimeout;
-      preparedKeys_ = std::async(std::launch::async, [deadline] {
-        return MutterRemoteDesktop::open(deadline);
-      });
-    }
-    return std::make_unique<SharedCopyRunLock>(
-        std::move(lock), mutterPasteboard_ != nullptr
-                             ? &mutterPasteboard_->writeBack()
-                             : nullptr);
+  WriteBack* copyRunWriteBack() override {
+    return mutterPasteboard_ != nullptr ? &mutterPasteboard_->writeBack()
+                                        : nullptr;
+  }
+  /// The keystroke's session is made while the run saves the clipboard and
+  /// pauses; it starts only for the keys.
+  void prepareCopyRun() override {
+    if (keys_ || preparedKeys_.valid()) return;
+    const auto deadline = tovrin::monotonicNow() + kRemoteDesktopTimeout;
+    preparedKeys_ = std::async(std::launch::async, [deadline] {
+      return MutterRemoteDesktop::open(deadline);
+    });
   }
 
  private:

@@ -69,7 +69,6 @@ class WaylandConnection {
   /// KWin's fake input, which KWin offers only to programs its installed
   /// .desktop files authorize; bound on first use, null when not offered.
   org_kde_kwin_fake_input* fakeInput();
-  bool fakeInputOffered() const { return fakeInputName_ != 0; }
   /// Whether the compositor is KWin (it offers its Plasma shell interface
   /// to every client).
   bool kwin() const { return kwin_; }

@@ -27,6 +27,17 @@ constexpr size_t kMaxLineLength = 2 * kMaxAppIdLength + 16;
 /// How long tovrin waits at its end for the helper to let go of its keys.
 constexpr std::chrono::milliseconds kEndTimeout{200};
 
+/// The folder of this program's file; empty when /proc does not tell.
+std::filesystem::path selfFolder() {
+  std::error_code failed;
+  return std::filesystem::read_symlink("/proc/self/exe", failed).parent_path();
+}
+
+/// Where the package installs the helper, seen from `self`'s folder.
+std::filesystem::path installedFolderOf(const std::filesystem::path& self) {
+  return (self / TOVRIN_LIBEXEC_FROM_BIN).lexically_normal();
+}
+
 bool executable(const std::string& path) {
   return access(path.c_str(), X_OK) == 0;
 }
@@ -70,21 +81,13 @@ class HelperKeyboard : public SyntheticKeyboard {
 }  // namespace
 
 std::string KWinInput::installedFolder() {
-  std::error_code failed;
-  const std::filesystem::path self =
-      std::filesystem::read_symlink("/proc/self/exe", failed);
-  return (self.parent_path() / TOVRIN_LIBEXEC_FROM_BIN)
-      .lexically_normal()
-      .string();
+  return installedFolderOf(selfFolder()).string();
 }
 
 std::optional<std::string> KWinInput::helperPath() {
-  std::error_code failed;
-  const std::filesystem::path self =
-      std::filesystem::read_symlink("/proc/self/exe", failed);
-  if (failed) return std::nullopt;
-  for (const std::filesystem::path& folder :
-       {self.parent_path(), std::filesystem::path(installedFolder())}) {
+  const std::filesystem::path self = selfFolder();
+  if (self.empty()) return std::nullopt;
+  for (const std::filesystem::path& folder : {self, installedFolderOf(self)}) {
     const std::string path = (folder / kHelperName).string();
     if (executable(path)) return path;
   }

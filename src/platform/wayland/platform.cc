@@ -176,19 +176,15 @@ class WaylandPlatform : public LinuxPlatform {
     return pasteboard_;
   }
 
-  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
-    std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
-    if (!lock) return nullptr;
-    generalPasteboard();
-    // The keystroke is made ready while the run saves the clipboard and
-    // pauses before clearing it.
-    if (waylandPasteboard_ != nullptr) startKeystrokePreparation();
-    return std::make_unique<SharedCopyRunLock>(
-        std::move(lock), waylandPasteboard_ != nullptr
-                             ? &waylandPasteboard_->writeBack()
-                             : nullptr);
+  WriteBack* copyRunWriteBack() override {
+    return waylandPasteboard_ != nullptr ? &waylandPasteboard_->writeBack()
+                                         : nullptr;
   }
-
+  /// The keystroke is made ready while the run saves the clipboard and
+  /// pauses before clearing it.
+  void prepareCopyRun() override {
+    if (waylandPasteboard_ != nullptr) startKeystrokePreparation();
+  }
  private:
   void startKeystrokePreparation() {
     if (preparation_ || keystroke_) return;

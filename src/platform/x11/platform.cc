@@ -201,13 +201,8 @@ class X11Platform : public LinuxPlatform {
     return pasteboard_;
   }
 
-  CopyRunLockHandle lockCopyRun(std::chrono::milliseconds timeout) override {
-    std::unique_ptr<FileLock> lock = lockUserFile(copyLockName(), timeout);
-    if (!lock) return nullptr;
-    generalPasteboard();
-    return std::make_unique<SharedCopyRunLock>(
-        std::move(lock),
-        x11Pasteboard_ != nullptr ? &x11Pasteboard_->writeBack() : nullptr);
+  WriteBack* copyRunWriteBack() override {
+    return x11Pasteboard_ != nullptr ? &x11Pasteboard_->writeBack() : nullptr;
   }
 
  private:
